@@ -1,0 +1,110 @@
+#include <disk_info/filesystem_info.h>
+#include <disk_info/first_line.h>
+#include <disk_info/path_parts.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+namespace orvane::tavisk::disk_info {
+namespace {
+
+// The link's target as written, not followed further. Empty: standard error has the reason.
+std::optional<std::string> ReadLink(const std::string& link) {
+    char target[PATH_MAX];
+    const ssize_t length = readlink(link.c_str(), target, sizeof(target));
+    if (length < 0) {
+        const int error = errno;
+        fprintf(stderr, "Error reading symlink %s: %s\n", link.c_str(), strerror(error));
+        return std::nullopt;
+    }
+    return std::string(target, static_cast<size_t>(length));
+}
+
+// The name of the device-mapper device behind userdata's link; empty with a message as above.
+std::optional<std::string> MapperDevice(const std::string& link) {
+    const std::optional<std::string> target = ReadLink(link);
+    if (!target) return std::nullopt;
+    std::string name = LastComponent(*target);
+    if (!name.starts_with("dm-")) {
+        fprintf(stderr, "Symlink target %s is not in 'dm-*' format.\n", target->c_str());
+        return std::nullopt;
+    }
+    return name;
+}
+
+// The name of the plain device behind metadata's link; empty with a message as above.
+std::optional<std::string> PlainDevice(const std::string& link) {
+    const std::optional<std::string> target = ReadLink(link);
+    if (!target) return std::nullopt;
+    return LastComponent(*target);
+}
+
+// A directory that cannot be asked about, whatever the reason, counts as absent.
+bool Exists(const std::string& path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0;
+}
+
+}  // namespace
+
+FilesystemInfo::FilesystemInfo(const char* partition, std::string sysfs_root, std::string userdata,
+                               std::string metadata)
+    : DiskInfo(partition),
+      ext4_sysfs_root(std::move(sysfs_root)),
+      userdata_link(std::move(userdata)),
+      metadata_link(std::move(metadata)) {}
+
+int FilesystemInfo::GetType() const {
+    return kDiskTypeFilesystem;
+}
+
+std::optional<FilesystemInfoData> FilesystemInfo::GetFilesystemInfo() const {
+    const std::string_view partition = device_path;
+    if (partition != "userdata" && partition != "metadata") {
+        fprintf(stderr, "sysfs path not supported for %s\n", device_path);
+        return std::nullopt;
+    }
+    const std::optional<std::string> device =
+        partition == "userdata" ? MapperDevice(userdata_link) : PlainDevice(metadata_link);
+
+    FilesystemInfoData data;
+    if (device) data.sysfs_path = ext4_sysfs_root + "/" + *device;
+    // A device that cannot be told gives a second message here, with an empty path.
+    if (!Exists(data.sysfs_path)) {
+        fprintf(stderr, "sysfs path not found at %s\n", data.sysfs_path.c_str());
+        return std::nullopt;
+    }
+    const struct {
+        const char* name;
+        std::string* line;
+    } files[] = {{"/errors_count", &data.errors_count},
+                 {"/last_error_func", &data.last_error_func},
+                 {"/last_error_errcode", &data.last_error_errcode}};
+    for (const auto& file : files) {
+        const std::string path = data.sysfs_path + file.name;
+        std::optional<std::string> line = ReadFirstLine(path);
+        if (!line) {
+            fprintf(stderr, "Could not open file: %s\n", path.c_str());
+            return std::nullopt;
+        }
+        *file.line = std::move(*line);
+    }
+    return data;
+}
+
+bool FilesystemInfo::DumpFilesystemInfo() {
+    const std::optional<FilesystemInfoData> data = GetFilesystemInfo();
+    if (!data) return false;
+    printf("%s (%s): Error Count: %s, Last Error From: %s, Last Error Code: %s\n",
+           LastComponent(data->sysfs_path).c_str(), device_path, data->errors_count.c_str(),
+           data->last_error_func.c_str(), data->last_error_errcode.c_str());
+    return true;
+}
+
+}  // namespace orvane::tavisk::disk_info
