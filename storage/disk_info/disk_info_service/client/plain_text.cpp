@@ -1,0 +1,105 @@
+#include "plain_text.h"
+
+#include <algorithm>
+#include <cctype>
+#include <utility>
+#include <vector>
+
+namespace disk_info::client {
+
+namespace {
+
+using Line = std::pair<std::string, std::string>;  // name, value
+struct Section {
+    std::string heading;
+    std::vector<Line> lines;
+};
+
+// "numberOfMediaErrors" is "Number of media errors".
+std::string label(const std::string& key) {
+    std::string words;
+    for (const char c : key) {
+        if (std::isupper(static_cast<unsigned char>(c)) != 0) words += ' ';
+        words += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    for (const char* acronym : {"ufs ", "ffu "}) {
+        if (words.starts_with(acronym)) {
+            std::transform(words.begin(), words.begin() + 3, words.begin(), ::toupper);
+        }
+    }
+    words[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(words[0])));
+    return words;
+}
+
+std::string valueText(const Json& value) {
+    if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
+    if (!value.is_string()) return value.dump();
+    std::string text = value.get<std::string>();
+    // Identity texts come padded with blanks, which nobody can see.
+    text.erase(text.find_last_not_of(' ') + 1);
+    return text.empty() ? "-" : printable(text);
+}
+
+Section section(const std::string& heading, const Json& answer) {
+    if (answer.is_null()) return {heading, {{"Result", "none"}}};
+    if (const std::string error = errorText(answer); !error.empty()) {
+        return {heading, {{"Not available", error}}};
+    }
+    const bool is_disk = answer.contains("nvme") || answer.contains("ufs");
+    const Json& fields = is_disk ? answer.front() : answer;
+    Section result{heading, {}};
+    for (const auto& [key, value] : fields.items()) {
+        // The exact text of a large number stands beside the number for JSON readers alone.
+        if (!key.ends_with("_s")) result.lines.emplace_back(label(key), valueText(value));
+    }
+    return result;
+}
+
+std::vector<Section> sections(const Json& document) {
+    std::vector<Section> result;
+    for (const auto& [key, answer] : document.items()) {
+        if (key == "schemaVersion") continue;
+        if (key != "filesystems") {
+            result.push_back(section(label(key), answer));
+            continue;
+        }
+        for (const auto& [partition, filesystem] : answer.items()) {
+            result.push_back(section("Filesystem " + printable(partition), filesystem));
+        }
+    }
+    return result;
+}
+
+}  // namespace
+
+std::string printable(const std::string& text) {
+    const std::string quoted =
+        Json(text).dump(-1, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace);
+    return quoted.substr(1, quoted.size() - 2);
+}
+
+std::string errorText(const Json& answer) {
+    if (!answer.is_object() || !answer.contains("error")) return "";
+    const Json& error = answer["error"];
+    return error["kind"].get<std::string>() + " error " + error["code"].dump();
+}
+
+std::string plainText(const Json& document) {
+    const std::vector<Section> all = sections(document);
+    size_t width = 0;
+    for (const Section& one : all) {
+        for (const auto& [name, value] : one.lines) width = std::max(width, name.size());
+    }
+    const bool headed = all.size() > 1;
+    std::string text;
+    for (const Section& one : all) {
+        if (headed) text += (text.empty() ? "" : "\n") + one.heading + "\n";
+        for (const auto& [name, value] : one.lines) {
+            text += (headed ? "  " : "") + name + ":" + std::string(width + 1 - name.size(), ' ') +
+                    value + "\n";
+        }
+    }
+    return text;
+}
+
+}  // namespace disk_info::client

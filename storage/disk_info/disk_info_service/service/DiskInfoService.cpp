@@ -1,0 +1,201 @@
+#include <disk_info/disk_info.h>
+#include <disk_info/filesystem_info.h>
+#include <disk_info/nvme_info.h>
+#include <disk_info/ufs_info.h>
+#include <logging/logging.h>
+#include <service/DiskInfoService.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+
+namespace morsk::com::quendar::tavisk::disk_info {
+
+namespace storage = ::orvane::tavisk::disk_info;
+using binder::ScopedStatus;
+
+namespace {
+
+constexpr int32_t kUnavailable = -1;
+
+std::optional<DiskInfoParcel> readInfo(storage::NvmeInfo& disk) {
+    const storage::NvmeInfoData data = disk.GetNvmeControllerId();
+    NvmeInfoParcel info;
+    info.type = data.type;
+    info.modelNumber = data.model_number;
+    info.serialNumber = data.serial_number;
+    info.firmwareRevision = data.firmware_revision;
+    info.versionMajor = data.version_major;
+    info.versionMinor = data.version_minor;
+    info.versionTertiary = data.version_tertiary;
+    info.ffuSupport = data.ffu_support;
+    info.size = static_cast<int64_t>(disk.GetSize());
+    return info;
+}
+
+std::optional<DiskInfoParcel> readInfo(storage::UfsInfo& disk) {
+    const storage::UfsInfoData data = disk.GetUfsControllerId();
+    UfsInfoParcel info;
+    info.type = data.type;
+    info.vendor = data.vendor;
+    info.modelNumber = data.model_number;
+    info.firmwareRevision = data.firmware_revision;
+    info.ffuSupport = data.ffu_support;
+    info.specVersion = data.spec_version;
+    info.provisioningType = data.provisioning_type;
+    info.writeBoosterSupport = data.write_booster_support ? 1 : 0;
+    info.writeBoosterEnabled = data.write_booster_enabled;
+    info.writeBoosterBufferPreserveUserSpaceEn =
+        data.write_booster_buffer_preserve_user_space_en != 0;
+    info.writeBoosterBufferType = data.write_booster_buffer_type;
+    info.writeBoosterFraction = data.write_booster_fraction;
+    info.writeBoosterCurrentAllocUnits =
+        static_cast<int32_t>(data.write_booster_current_alloc_units);
+    info.writeBoosterMaxAllocUnits = static_cast<int32_t>(data.write_booster_max_alloc_units);
+    info.ufsFeatures = data.ufs_features;
+    info.extendedFeatureSupport = data.extended_feature_support;
+    info.gear = data.gear;
+    info.rate = data.rate;
+    info.dataLanes = data.data_lanes;
+    info.size = static_cast<int64_t>(disk.GetSize());
+    return info;
+}
+
+std::optional<DiskHealthParcel> readHealth(storage::NvmeInfo& disk) {
+    const std::optional<storage::NvmeHealthData> data = disk.GetNvmeHealthInfo();
+    if (!data) return std::nullopt;
+    NvmeHealthInfoParcel health;
+    health.availableSpare = data->available_spare;
+    health.availableSpareThreshold = data->available_spare_threshold;
+    health.percentageUsed = data->percentage_used;
+    health.criticalWarning = data->critical_warning;
+    health.dataUnitsWritten = static_cast<int64_t>(data->data_units_written);
+    health.numberOfMediaErrors = static_cast<int64_t>(data->media_errors);
+    health.numberOfErrorLogEntries = static_cast<int64_t>(data->error_log_entries);
+    health.discardReadValue = disk.GetDiscardReadValue();
+    return health;
+}
+
+std::optional<DiskHealthParcel> readHealth(storage::UfsInfo& disk) {
+    const std::optional<storage::UfsHealthData> data = disk.GetUfsHealthInfo();
+    if (!data) return std::nullopt;
+    UfsHealthInfoParcel health;
+    health.preEndOfLifeInfo = data->pre_end_of_life_info;
+    health.deviceLifeTimeEstimationA = data->device_life_time_estimation_a;
+    health.deviceLifeTimeEstimationB = data->device_life_time_estimation_b;
+    health.totalNumberOfErrors = static_cast<int64_t>(data->total_number_of_errors);
+    health.discardReadValue = disk.GetDiscardReadValue();
+    return health;
+}
+
+std::optional<DiskPowerParcel> readPower(storage::NvmeInfo& disk) {
+    const storage::NvmePowerData data = disk.GetNvmePowerInfo();
+    NvmePowerInfoParcel power;
+    power.currentPowerState = data.current_power_state;
+    power.isOperational = data.is_operational;
+    return power;
+}
+
+// The link state is part of the identity record.
+std::optional<DiskPowerParcel> readPower(storage::UfsInfo& disk) {
+    const storage::UfsInfoData data = disk.GetUfsControllerId();
+    UfsPowerInfoParcel power;
+    power.linkState = data.link_state;
+    power.isActive = data.link_active;
+    return power;
+}
+
+// The road that the three disk calls share. `read` takes an NvmeInfo& or a UfsInfo& and returns
+// the call's optional parcelable; `unsupported` is told the path of a disk of another kind.
+template <typename Parcelable, typename Read, typename Unsupported>
+ScopedStatus answer(std::optional<Parcelable>* result, Read&& read, Unsupported&& unsupported) {
+    // The storage object borrows the path: declared first, destroyed last.
+    const std::string path = storage::DiskInfo::GetRootDevicePath();
+    if (path.empty()) {
+        LOG(ERROR) << "Failed to determine root device path.";
+        return ScopedStatus::fromServiceSpecificError(kUnavailable);
+    }
+    const std::unique_ptr<storage::DiskInfo> disk = storage::DiskInfo::GetDiskInfo(path.c_str());
+    std::optional<Parcelable> parcelable;
+    switch (disk->GetType()) {
+        case storage::kNvme:
+            parcelable = read(static_cast<storage::NvmeInfo&>(*disk));
+            break;
+        case storage::kUfs:
+            parcelable = read(static_cast<storage::UfsInfo&>(*disk));
+            break;
+        default:
+            unsupported(path);
+    }
+    if (!parcelable) return ScopedStatus::fromServiceSpecificError(kUnavailable);
+    *result = std::move(parcelable);
+    return ScopedStatus::ok();
+}
+
+constexpr auto kSilent = [](const std::string& /*path*/) {};
+
+// A counter's text as a number: blanks, then decimal, or hexadecimal after 0x, up to the end of
+// the text. 0: it is not such a number, or lies outside Number's range.
+template <typename Number>
+Number parseCounter(const std::string& text) {
+    const size_t start = text.find_first_not_of(" \t\n\v\f\r");
+    if (start == std::string::npos) return 0;
+    const char* digits = text.c_str() + start;
+    // Never octal: a leading 0 alone is decimal.
+    const bool hexadecimal = digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X');
+    char* end = nullptr;
+    errno = 0;
+    const long long value = std::strtoll(digits, &end, hexadecimal ? 16 : 10);
+    if (errno != 0 || end == digits || end != text.c_str() + text.size()) return 0;
+    if (value < std::numeric_limits<Number>::min() || value > std::numeric_limits<Number>::max()) {
+        return 0;
+    }
+    return static_cast<Number>(value);
+}
+
+}  // namespace
+
+ScopedStatus DiskInfoService::getDiskInfo(std::optional<DiskInfoParcel>* result) {
+    return answer(
+        result, [](auto& disk) { return readInfo(disk); },
+        [](const std::string& path) { LOG(ERROR) << "Unsupported disk type for " << path; });
+}
+
+ScopedStatus DiskInfoService::getDiskHealth(std::optional<DiskHealthParcel>* result) {
+    return answer(
+        result, [](auto& disk) { return readHealth(disk); }, kSilent);
+}
+
+ScopedStatus DiskInfoService::getDiskPower(std::optional<DiskPowerParcel>* result) {
+    return answer(
+        result, [](auto& disk) { return readPower(disk); }, kSilent);
+}
+
+ScopedStatus DiskInfoService::getFilesystemInfo(const std::string& partition,
+                                                std::optional<FilesystemInfoParcel>* result) {
+    if (partition.find("data") == std::string::npos) {
+        LOG(ERROR) << "Partition " << partition << " is not a supported filesystem partition.";
+        return ScopedStatus::fromExceptionCode(EX_ILLEGAL_ARGUMENT);
+    }
+    // The factory sees the text up to the first NUL, so a name with a NUL inside can pass the test
+    // above and still be of another kind.
+    const std::unique_ptr<storage::DiskInfo> disk =
+        storage::DiskInfo::GetDiskInfo(partition.c_str());
+    if (disk->GetType() != storage::kFilesystem) {
+        LOG(ERROR) << "Device " << partition << " is not a supported filesystem (type mismatch).";
+        return ScopedStatus::fromExceptionCode(EX_ILLEGAL_ARGUMENT);
+    }
+    const auto& filesystem = static_cast<const storage::FilesystemInfo&>(*disk);
+    const std::optional<storage::FilesystemInfoData> data = filesystem.GetFilesystemInfo();
+    if (!data) return ScopedStatus::fromServiceSpecificError(kUnavailable);
+    FilesystemInfoParcel info;
+    info.errorCount = parseCounter<int64_t>(data->errors_count);
+    info.lastErrorFunction = data->last_error_func;
+    info.lastErrorCode = parseCounter<int32_t>(data->last_error_errcode);
+    info.sysfsPath = data->sysfs_path;
+    *result = std::move(info);
+    return ScopedStatus::ok();
+}
+
+}  // namespace morsk::com::quendar::tavisk::disk_info

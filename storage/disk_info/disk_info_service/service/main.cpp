@@ -1,0 +1,27 @@
+#include <binder/process.h>
+#include <binder/service_manager.h>
+#include <logging/logging.h>
+#include <service/DiskInfoService.h>
+
+using binder::SharedRefBase;
+using morsk::com::quendar::tavisk::disk_info::DiskInfoService;
+
+// Ends only when the name is refused or the pool returns, and both are failures: always 1. A lazy
+// service that is no longer needed is ended inside the pool.
+int main(int /*argc*/, char** argv) {
+    logging::InitLogging(argv, logging::LogdLogger(logging::MAIN), logging::DefaultAborter);
+    logging::SetDefaultTag("DiskInfoService");
+    (void)ABinderProcess_setThreadPoolMaxThreadCount(1);
+
+    const auto service = SharedRefBase::make<DiskInfoService>();
+    const std::string instance = std::string(DiskInfoService::descriptor) + "/default";
+    // The reference is dropped at once: from here on the registration keeps the binder alive.
+    const binder_status_t status =
+        AServiceManager_registerLazyService(service->asBinder().get(), instance.c_str());
+    if (status == STATUS_OK) {
+        ABinderProcess_joinThreadPool();
+    } else {
+        LOG(ERROR) << "Failed to register lazy service: " << status;
+    }
+    return 1;
+}

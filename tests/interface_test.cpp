@@ -1,0 +1,272 @@
+// Dispatch of transactions, the proxy's view of replies, and who keeps whom alive.
+#include <binder/parcel_utils.h>
+#include <gtest/gtest.h>
+#include <morsk/BnDiskInfoService.h>
+#include <morsk/BpDiskInfoService.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace morsk::com::quendar::tavisk::disk_info;
+using binder::ScopedParcel;
+using binder::ScopedStatus;
+using binder::SharedRefBase;
+using binder::StrongBinder;
+
+namespace {
+
+// Answers with the status and results that the test sets, and counts its calls.
+class ScriptedService : public BnDiskInfoService {
+  public:
+    ScopedStatus getDiskInfo(std::optional<DiskInfoParcel>* result) override {
+        return give(result, NvmeInfoParcel{"NVMe", "m", "s", "f", 1, 4, 0, true, 99});
+    }
+    ScopedStatus getDiskHealth(std::optional<DiskHealthParcel>* result) override {
+        return give(result, UfsHealthInfoParcel{"0x01", "0x02", "0x03", 4, "any"});
+    }
+    ScopedStatus getDiskPower(std::optional<DiskPowerParcel>* result) override {
+        return give(result, NvmePowerInfoParcel{5, true});
+    }
+    ScopedStatus getFilesystemInfo(const std::string& partition,
+                                   std::optional<FilesystemInfoParcel>* result) override {
+        asked_partition = partition;
+        return give(result, FilesystemInfoParcel{1, "fn", 5, "/sys"});
+    }
+
+    int32_t service_error = 0;
+    binder_exception_t exception = EX_NONE;
+    bool absent = false;
+    int calls = 0;
+    std::string asked_partition;
+
+  private:
+    template <typename Result, typename Value>
+    ScopedStatus give(std::optional<Result>* result, Value value) {
+        ++calls;
+        if (service_error != 0) return ScopedStatus::fromServiceSpecificError(service_error);
+        if (exception != EX_NONE) return ScopedStatus::fromExceptionCode(exception);
+        if (!absent) *result = Result(std::move(value));
+        return ScopedStatus::ok();
+    }
+};
+
+std::vector<int32_t> wordsOf(const AParcel* parcel) {
+    std::vector<int32_t> words;
+    EXPECT_EQ(AParcel_setDataPosition(parcel, 0), STATUS_OK);
+    for (int32_t word = 0; AParcel_readInt32(parcel, &word) == STATUS_OK;) words.push_back(word);
+    return words;
+}
+
+class Dispatch : public testing::Test {
+  protected:
+    // Sends what `request_` holds; the reply's words go to `reply_`.
+    binder_status_t send(transaction_code_t code) {
+        EXPECT_EQ(AParcel_setDataPosition(request_.get(), 0), STATUS_OK);
+        ScopedParcel reply(AParcel_create());
+        const auto status =
+            BnDiskInfoService::onTransact(binder_.get(), code, request_.get(), reply.get());
+        reply_ = wordsOf(reply.get());
+        return status;
+    }
+
+    std::shared_ptr<ScriptedService> service_ = SharedRefBase::make<ScriptedService>();
+    StrongBinder binder_ = service_->asBinder();
+    ScopedParcel request_{AParcel_create()};
+    std::vector<int32_t> reply_;
+};
+
+TEST_F(Dispatch, EachCodeCallsItsMethod) {
+    ASSERT_EQ(AParcel_writeString(request_.get(), "userdata", 8), STATUS_OK);
+    const struct {
+        transaction_code_t code;
+        std::vector<int32_t> head;  // status header, presence marker and what follows
+        size_t words;
+    } cases[] = {
+        {1, {0, 1, 0, 1, 56, 4, 0x654d564e, 0}, 18},
+        {2, {0, 1, 1, 1, 52, 4, 0x31307830, 0}, 17},
+        {3, {0, 1, 0, 1, 12, 5, 1}, 7},
+        {4, {0, 1, 36, 1, 0, 2, 0x6e66, 5, 4, 0x7379732f, 0}, 11},
+        {16777215, {0, 1}, 2},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.code);
+        EXPECT_EQ(send(c.code), STATUS_OK);
+        ASSERT_EQ(reply_.size(), c.words);
+        reply_.resize(c.head.size());
+        EXPECT_EQ(reply_, c.head);
+    }
+    EXPECT_EQ(service_->calls, 4);
+    EXPECT_EQ(service_->asked_partition, "userdata");
+}
+
+TEST_F(Dispatch, OtherCodesAreUnknownAndGetNoReply) {
+    for (const transaction_code_t code : {0U, 5U, 16777213U, 16777216U, 0xffffffffU}) {
+        SCOPED_TRACE(code);
+        EXPECT_EQ(send(code), -74);
+        EXPECT_TRUE(reply_.empty());
+    }
+    EXPECT_EQ(service_->calls, 0);
+}
+
+TEST_F(Dispatch, AFailedMethodSendsItsStatusAlone) {
+    ASSERT_EQ(AParcel_writeString(request_.get(), "userdata", 8), STATUS_OK);
+    for (const transaction_code_t code : {1U, 2U, 3U, 4U}) {
+        SCOPED_TRACE(code);
+        service_->service_error = -1;
+        EXPECT_EQ(send(code), STATUS_OK);
+        EXPECT_EQ(reply_, (std::vector<int32_t>{EX_SERVICE_SPECIFIC, -1}));
+        service_->service_error = 0;
+        service_->exception = -3;
+        EXPECT_EQ(send(code), STATUS_OK);
+        EXPECT_EQ(reply_, (std::vector<int32_t>{-3}));
+        service_->exception = 0;
+        service_->absent = true;
+        EXPECT_EQ(send(code), STATUS_OK);
+        EXPECT_EQ(reply_, (std::vector<int32_t>{0, 0}));
+        service_->absent = false;
+    }
+}
+
+TEST_F(Dispatch, APartitionThatCannotBeReadIsNotAskedFor) {
+    EXPECT_EQ(send(4), STATUS_NOT_ENOUGH_DATA);
+    ASSERT_EQ(AParcel_writeString(request_.get(), nullptr, -1), STATUS_OK);
+    EXPECT_EQ(send(4), STATUS_UNEXPECTED_NULL);
+    EXPECT_TRUE(reply_.empty());
+    EXPECT_EQ(service_->calls, 0);
+}
+
+TEST_F(Dispatch, APartitionKeepsItsEmbeddedNul) {
+    ASSERT_EQ(AParcel_writeString(request_.get(), "us\0data", 7), STATUS_OK);
+    EXPECT_EQ(send(4), STATUS_OK);
+    EXPECT_EQ(service_->asked_partition, std::string("us\0data", 7));
+}
+
+TEST_F(Dispatch, AReplyThatDoesNotFitEndsTheTransaction) {
+    ScopedParcel reply(AParcel_create());
+    const std::string filler(64 * 1024 - 4 - 4 - 8, 'x');  // length word, NUL with padding, 8 left
+    ASSERT_EQ(AParcel_writeData(reply.get(), filler), STATUS_OK);
+    for (const transaction_code_t code : {1U, 0xfffffeU}) {
+        EXPECT_EQ(BnDiskInfoService::onTransact(binder_.get(), code, request_.get(), reply.get()),
+                  STATUS_NO_MEMORY);
+    }
+}
+
+TEST_F(Dispatch, TheHashIsThatOfTheDefinitionText) {
+    std::FILE* sum = popen("sha1sum " DEFINITION_FILE, "r");
+    ASSERT_NE(sum, nullptr);
+    char digits[41] = "";
+    ASSERT_EQ(std::fread(digits, 1, 40, sum), 40U);
+    ASSERT_EQ(pclose(sum), 0);
+    std::string hash;
+    int32_t version = 0;
+    EXPECT_TRUE(BpDiskInfoService(std::move(binder_)).getInterfaceHash(&hash).isOk());
+    EXPECT_EQ(hash, digits);
+    EXPECT_TRUE(service_->getInterfaceHash(&hash).isOk());
+    EXPECT_EQ(hash, digits);
+    EXPECT_TRUE(service_->getInterfaceVersion(&version).isOk());
+    EXPECT_EQ(version, 1);
+}
+
+TEST_F(Dispatch, DumpAndShellCommandReachTheServiceAndSayNothing) {
+    EXPECT_EQ(AIBinder_dump(binder_.get(), -1, nullptr, 0), STATUS_OK);
+    EXPECT_EQ(AIBinder_runShellCommand(binder_.get(), -1, -1, -1, nullptr, 0), STATUS_OK);
+    EXPECT_EQ(binder::ICInterfaceData::onDump(nullptr, -1, nullptr, 0), -32);
+    EXPECT_EQ(binder::ICInterfaceData::handleShellCommand(nullptr, -1, -1, -1, nullptr, 0), -32);
+}
+
+TEST(Proxy, GivesWhatTheServiceGave) {
+    const auto service = SharedRefBase::make<ScriptedService>();
+    const auto proxy = SharedRefBase::make<BpDiskInfoService>(service->asBinder());
+    std::optional<DiskInfoParcel> info;
+    std::optional<DiskHealthParcel> health;
+    std::optional<DiskPowerParcel> power;
+    std::optional<FilesystemInfoParcel> filesystem;
+    ASSERT_TRUE(proxy->getDiskInfo(&info).isOk());
+    ASSERT_TRUE(proxy->getDiskHealth(&health).isOk());
+    ASSERT_TRUE(proxy->getDiskPower(&power).isOk());
+    ASSERT_TRUE(proxy->getFilesystemInfo("metadata", &filesystem).isOk());
+    EXPECT_EQ(info->nvme()->size, 99);
+    EXPECT_EQ(health->ufs()->totalNumberOfErrors, 4);
+    EXPECT_EQ(power->nvme()->currentPowerState, 5);
+    EXPECT_EQ(filesystem, (FilesystemInfoParcel{1, "fn", 5, "/sys"}));
+
+    service->service_error = -1;
+    const ScopedStatus status = proxy->getDiskPower(&power);
+    EXPECT_EQ(AStatus_getServiceSpecificError(status.get()), -1);
+    EXPECT_TRUE(power.has_value());
+}
+
+TEST(Proxy, AMalformedReplyIsAnErrorAndNoResult) {
+    static std::vector<int32_t> rubbish;
+    AIBinder_Class* clazz = AIBinder_Class_define(
+        "rubbish", [](void*) -> void* { return nullptr; }, [](void*) {},
+        [](AIBinder*, transaction_code_t, const AParcel*, AParcel* reply) -> binder_status_t {
+            for (const int32_t word : rubbish) {
+                if (binder_status_t status = AParcel_writeInt32(reply, word)) return status;
+            }
+            return STATUS_OK;
+        });
+    const auto proxy =
+        SharedRefBase::make<BpDiskInfoService>(StrongBinder(AIBinder_new(clazz, nullptr)));
+    const std::vector<int32_t> cases[] = {{},
+                                          {EX_SERVICE_SPECIFIC},
+                                          {EX_TRANSACTION_FAILED},
+                                          {0},
+                                          {0, 7},
+                                          {0, 1},
+                                          {0, 1, 2, 1, 12, 5, 1},
+                                          {0, 1, 0, 0, 12, 5, 1},
+                                          {0, 1, 0, 1, -4, 5, 1},
+                                          {0, 1, 0, 1, 16, 5, 1},
+                                          {0, 1, 1, 1, 16, 0x7ffffff0, 0, 0}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c));
+        rubbish = c;
+        std::optional<DiskPowerParcel> power;
+        const ScopedStatus status = proxy->getDiskPower(&power);
+        EXPECT_EQ(AStatus_getExceptionCode(status.get()), EX_TRANSACTION_FAILED);
+        EXPECT_FALSE(power.has_value());
+    }
+}
+
+TEST(Lifecycle, TheBinderKeepsTheServiceAndIsReplacedWhenGone) {
+    auto service = SharedRefBase::make<ScriptedService>();
+    std::weak_ptr<ScriptedService> watch = service;
+    StrongBinder first = service->asBinder();
+    EXPECT_EQ(service->asBinder().get(), first.get());
+    first = StrongBinder();
+    StrongBinder second = service->asBinder();
+    ASSERT_TRUE(second);
+    service.reset();
+    EXPECT_FALSE(watch.expired());
+    EXPECT_EQ(AIBinder_dump(second.get(), -1, nullptr, 0), STATUS_OK);
+    second = StrongBinder();
+    EXPECT_TRUE(watch.expired());
+}
+
+TEST(Lifecycle, ConcurrentFirstCallsGetOneBinder) {
+    const auto service = SharedRefBase::make<ScriptedService>();
+    std::vector<StrongBinder> binders(8);
+    std::vector<std::thread> threads;
+    for (StrongBinder& mine : binders) {
+        threads.emplace_back([&] { mine = service->asBinder(); });
+    }
+    for (std::thread& thread : threads) thread.join();
+    for (const StrongBinder& one : binders) EXPECT_EQ(one.get(), binders[0].get());
+}
+
+TEST(LifecycleDeathTest, FaultsOfOwnershipAreFatal) {
+    EXPECT_DEATH({ ScriptedService never_owned; }, "without ever having had a shared owner");
+    EXPECT_DEATH(
+        {
+            auto owner = SharedRefBase::make<ScriptedService>();
+            std::shared_ptr<ScriptedService> second(owner.get());
+            second.reset();
+        },
+        "second, independent owner");
+}
+
+}  // namespace
