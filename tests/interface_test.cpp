@@ -85,8 +85,8 @@ TEST_F(Dispatch, EachCodeCallsItsMethod) {
         std::vector<int32_t> head;  // status header, presence marker and what follows
         size_t words;
     } cases[] = {
-        {1, {0, 1, 0, 1, 56, 4, 0x654d564e, 0}, 18},
-        {2, {0, 1, 1, 1, 52, 4, 0x31307830, 0}, 17},
+        {1, {0, 1, 0, 1, 64, 4, 0x654d564e, 0}, 20},
+        {2, {0, 1, 1, 1, 56, 4, 0x31307830, 0}, 18},
         {3, {0, 1, 0, 1, 12, 5, 1}, 7},
         {4, {0, 1, 36, 1, 0, 2, 0x6e66, 5, 4, 0x7379732f, 0}, 11},
         {16777215, {0, 1}, 2},
@@ -162,7 +162,8 @@ TEST_F(Dispatch, TheHashIsThatOfTheDefinitionText) {
     ASSERT_EQ(pclose(sum), 0);
     std::string hash;
     int32_t version = 0;
-    EXPECT_TRUE(BpDiskInfoService(std::move(binder_)).getInterfaceHash(&hash).isOk());
+    const auto proxy = SharedRefBase::make<BpDiskInfoService>(std::move(binder_));
+    EXPECT_TRUE(proxy->getInterfaceHash(&hash).isOk());
     EXPECT_EQ(hash, digits);
     EXPECT_TRUE(service_->getInterfaceHash(&hash).isOk());
     EXPECT_EQ(hash, digits);
@@ -201,7 +202,7 @@ TEST(Proxy, GivesWhatTheServiceGave) {
 
 TEST(Proxy, AMalformedReplyIsAnErrorAndNoResult) {
     static std::vector<int32_t> rubbish;
-    AIBinder_Class* clazz = AIBinder_Class_define(
+    static AIBinder_Class* const clazz = AIBinder_Class_define(
         "rubbish", [](void*) -> void* { return nullptr; }, [](void*) {},
         [](AIBinder*, transaction_code_t, const AParcel*, AParcel* reply) -> binder_status_t {
             for (const int32_t word : rubbish) {

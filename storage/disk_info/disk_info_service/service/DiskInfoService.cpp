@@ -119,10 +119,10 @@ ScopedStatus answer(std::optional<Parcelable>* result, Read&& read, Unsupported&
     const std::unique_ptr<storage::DiskInfo> disk = storage::DiskInfo::GetDiskInfo(path.c_str());
     std::optional<Parcelable> parcelable;
     switch (disk->GetType()) {
-        case storage::kNvme:
+        case storage::kDiskTypeNvme:
             parcelable = read(static_cast<storage::NvmeInfo&>(*disk));
             break;
-        case storage::kUfs:
+        case storage::kDiskTypeUfs:
             parcelable = read(static_cast<storage::UfsInfo&>(*disk));
             break;
         default:
@@ -182,7 +182,7 @@ ScopedStatus DiskInfoService::getFilesystemInfo(const std::string& partition,
     // above and still be of another kind.
     const std::unique_ptr<storage::DiskInfo> disk =
         storage::DiskInfo::GetDiskInfo(partition.c_str());
-    if (disk->GetType() != storage::kFilesystem) {
+    if (disk->GetType() != storage::kDiskTypeFilesystem) {
         LOG(ERROR) << "Device " << partition << " is not a supported filesystem (type mismatch).";
         return ScopedStatus::fromExceptionCode(EX_ILLEGAL_ARGUMENT);
     }

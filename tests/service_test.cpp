@@ -1,0 +1,287 @@
+// The four calls on scripted NVMe commands and on trees of files: what reaches which field, and
+// which failure becomes which status and record.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <log_capture.h>
+#include <nvme_ioctl.h>
+#include <private_root.h>
+#include <service/DiskInfoService.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+using namespace morsk::com::quendar::tavisk::disk_info;
+using binder::ScopedStatus;
+using testing::ElementsAre;
+
+namespace {
+
+constexpr char kUserdata[] = "/dev/block/by-name/userdata";
+constexpr char kController[] = "/sys/devices/pci0/0000:05";
+constexpr char kUnit[] = "/sys/devices/pci0/0000:05/host2/target2:0:0/2:0:0:0";
+
+class ServiceTest : public PrivateRootTest {
+  protected:
+    // Makes the data partition `partition` of the disk `disk`.
+    void PlaceDataPartition(const std::string& disk, const std::string& partition) {
+        WriteFile("/dev/block/" + disk, "");
+        WriteFile("/dev/block/" + partition, "");
+        WriteLink(kUserdata, "/dev/block/" + partition);
+    }
+    void PlaceUfsDisk() {
+        PlaceDataPartition("sda", "sda12");
+        MakeDirectory(std::string(kUnit) + "/block/sda");
+        WriteLink("/sys/block/sda", std::string(kUnit) + "/block/sda");
+    }
+
+    // Calls, and expects the service-specific error -1 and no result.
+    template <typename Result>
+    void ExpectUnavailable(ScopedStatus (IDiskInfoService::*getter)(std::optional<Result>*)) {
+        std::optional<Result> result;
+        const ScopedStatus status = (service_.get()->*getter)(&result);
+        EXPECT_EQ(AStatus_getExceptionCode(status.get()), EX_SERVICE_SPECIFIC);
+        EXPECT_EQ(AStatus_getServiceSpecificError(status.get()), -1);
+        EXPECT_FALSE(result.has_value());
+    }
+
+    LogCapture log_;
+    std::shared_ptr<DiskInfoService> service_ = binder::SharedRefBase::make<DiskInfoService>();
+};
+
+std::vector<uint8_t> IdentifyController() {
+    std::vector<uint8_t> bytes(4096, 0);
+    std::memcpy(&bytes[4], "SERIAL  12          MODEL 3                                 FW4     ",
+                68);
+    const uint8_t version[] = {0x03, 0x04, 0x01, 0x00};
+    std::memcpy(&bytes[80], version, sizeof version);
+    bytes[256] = 0x04;                // firmware download
+    bytes[263] = 4;                   // power states 0 to 4
+    bytes[2048 + 32 * 3 + 3] = 0x02;  // state 3 is non-operational
+    return bytes;
+}
+
+TEST_F(ServiceTest, NvmeAnswers) {
+    PlaceDataPartition("nvme0n1", "nvme0n1p5");
+    FakeNvme nvme;
+    std::vector<uint8_t> smart(512, 0);
+    smart[0] = 0x14;
+    smart[3] = 0x63;
+    smart[4] = 0x0a;
+    smart[5] = 0x65;
+    smart[48] = 0x31;
+    smart[55] = 0x80;  // 2^63 and more travels as the same 64 bits
+    smart[160] = 0x32;
+    smart[176] = 0x33;
+    std::vector<uint8_t> name_space(4096, 0);
+    name_space[33] = 0x02;
+    nvme.ExpectCommand(0x06, 0, 1, 4096, {.data = IdentifyController()});
+    nvme.ExpectSize(512110190592);
+    nvme.ExpectCommand(0x02, 0xffffffff, 0x007f0002, 512, {.data = smart});
+    nvme.ExpectNamespaceId({.result = 7});
+    nvme.ExpectCommand(0x06, 7, 0, 4096, {.data = name_space});
+    nvme.ExpectCommand(0x0a, 0, 2, 0, {.dword0 = 3});
+    nvme.ExpectCommand(0x06, 0, 1, 4096, {.data = IdentifyController()});
+
+    std::optional<DiskInfoParcel> info;
+    ASSERT_TRUE(service_->getDiskInfo(&info).isOk());
+    EXPECT_EQ(*info, DiskInfoParcel(NvmeInfoParcel{
+                         "NVMe", "MODEL 3                                 ", "SERIAL  12          ",
+                         "FW4     ", 1, 4, 3, true, 512110190592}));
+    std::optional<DiskHealthParcel> health;
+    ASSERT_TRUE(service_->getDiskHealth(&health).isOk());
+    EXPECT_EQ(*health, DiskHealthParcel(NvmeHealthInfoParcel{
+                           0x63, 0x0a, 0x65, 0x14, static_cast<int64_t>(0x8000000000000031), 0x32,
+                           0x33, "1"}));
+    std::optional<DiskPowerParcel> power;
+    ASSERT_TRUE(service_->getDiskPower(&power).isOk());
+    EXPECT_EQ(*power, DiskPowerParcel(NvmePowerInfoParcel{3, false}));
+    EXPECT_THAT(log_.Take(), ElementsAre());
+}
+
+TEST_F(ServiceTest, AnNvmeDiskThatCannotBeReadFailsHealthAlone) {
+    PlaceDataPartition("nvme0n1", "nvme0n1p5");
+    FakeNvme nvme;
+    nvme.ExpectCommand(0x06, 0, 1, 4096, {.result = 0x4002});
+    nvme.ExpectSize(4096);
+    nvme.ExpectCommand(0x02, 0xffffffff, 0x007f0002, 512, {.result = -1, .error = EIO});
+    nvme.ExpectCommand(0x0a, 0, 2, 0, {.result = -1, .error = EIO});
+
+    testing::internal::CaptureStderr();
+    std::optional<DiskInfoParcel> info;
+    std::optional<DiskPowerParcel> power;
+    EXPECT_TRUE(service_->getDiskInfo(&info).isOk());
+    ExpectUnavailable(&IDiskInfoService::getDiskHealth);
+    EXPECT_TRUE(service_->getDiskPower(&power).isOk());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ioctl: Input/output error\nioctl: Input/output error\n");
+    EXPECT_EQ(info, DiskInfoParcel(NvmeInfoParcel{"", "", "", "", 0, 0, 0, false, 4096}));
+    EXPECT_EQ(power, DiskPowerParcel(NvmePowerInfoParcel{-1, false}));
+    EXPECT_THAT(log_.Take(), ElementsAre());
+}
+
+TEST_F(ServiceTest, UfsAnswers) {
+    PlaceUfsDisk();
+    const std::string unit = kUnit;
+    const std::string host = kController;
+    const std::pair<std::string, const char*> files[] = {
+        {unit + "/vendor", "V"},
+        {unit + "/model", "M"},
+        {unit + "/rev", "R"},
+        {unit + "/ioerr_cnt", "0xffffffffffffffff"},
+        {unit + "/unit_descriptor/provisioning_type", "0x03"},
+        {unit + "/unit_descriptor/wb_buf_alloc_units", "0x11"},
+        {host + "/device_descriptor/ext_feature_sup", "0x00000101"},
+        {host + "/device_descriptor/specification_version", "0x0310"},
+        {host + "/device_descriptor/ufs_features", "0x0f"},
+        {host + "/device_descriptor/wb_presv_us_en", "0x02"},
+        {host + "/device_descriptor/wb_shared_alloc_units", "0x80000001"},
+        {host + "/geometry_descriptor/wb_sup_wb_type", "0x01"},
+        {host + "/geometry_descriptor/wb_max_alloc_units", "0x21"},
+        {host + "/geometry_descriptor/allocation_unit_size", "0x01"},
+        {host + "/geometry_descriptor/segment_size", "0x02"},
+        {host + "/power_info/gear", "HS_GEAR4"},
+        {host + "/power_info/lane", "2"},
+        {host + "/power_info/rate", "HS_RATE_B"},
+        {host + "/power_info/link_state", "ACTIVE"},
+        {host + "/health_descriptor/eol_info", "0x01"},
+        {host + "/health_descriptor/life_time_estimation_a", "0x02"},
+        {host + "/health_descriptor/life_time_estimation_b", "0x03"},
+        {host + "/wb_on", "1"},
+        {unit + "/block/sda/size", "8589934596"},  // 2^33 + 4 sectors: half of it is the buffer
+    };
+    for (const auto& [path, content] : files) WriteFile(path, std::string(content) + "\n");
+    FakeNvme block_size;
+    block_size.ExpectSize(4398046513152);
+
+    std::optional<DiskInfoParcel> info;
+    ASSERT_TRUE(service_->getDiskInfo(&info).isOk());
+    EXPECT_EQ(*info, DiskInfoParcel(UfsInfoParcel{
+                         "UFS",  "V",          "M",        "R",         true, 0x0310,       3,
+                         1,      true,         true,       1,           0.5F, -2147483647,  0x21,
+                         "0x0f", "0x00000101", "HS_GEAR4", "HS_RATE_B", "2",  4398046513152}));
+    std::optional<DiskHealthParcel> health;
+    ASSERT_TRUE(service_->getDiskHealth(&health).isOk());
+    EXPECT_EQ(*health, DiskHealthParcel(UfsHealthInfoParcel{"0x01", "0x02", "0x03", -1, "0"}));
+    std::optional<DiskPowerParcel> power;
+    ASSERT_TRUE(service_->getDiskPower(&power).isOk());
+    EXPECT_EQ(*power, DiskPowerParcel(UfsPowerInfoParcel{"ACTIVE", true}));
+}
+
+TEST_F(ServiceTest, AUfsDiskThatSysfsDoesNotKnowFailsHealthAlone) {
+    PlaceDataPartition("sda", "sda12");
+    FakeNvme block_size;
+    block_size.ExpectSize(4096);
+    std::optional<DiskInfoParcel> info;
+    std::optional<DiskPowerParcel> power;
+    EXPECT_TRUE(service_->getDiskInfo(&info).isOk());
+    UfsInfoParcel empty;
+    empty.size = 4096;
+    EXPECT_EQ(info, DiskInfoParcel(empty));
+    EXPECT_TRUE(service_->getDiskPower(&power).isOk());
+    EXPECT_EQ(power, DiskPowerParcel(UfsPowerInfoParcel()));
+    ExpectUnavailable(&IDiskInfoService::getDiskHealth);
+}
+
+TEST_F(ServiceTest, NoRootDeviceIsOneRecordACall) {
+    const char* record = "E Failed to determine root device path.";
+    WriteFile("/dev/block/sda", "");
+    WriteLink(kUserdata, "/dev/block/sda");
+    const char* reason = "E Could not determine root device from path: /dev/block/sda";
+    ExpectUnavailable(&IDiskInfoService::getDiskInfo);
+    EXPECT_THAT(log_.Take(), ElementsAre(reason, record));
+    ExpectUnavailable(&IDiskInfoService::getDiskHealth);
+    EXPECT_THAT(log_.Take(), ElementsAre(reason, record));
+    ExpectUnavailable(&IDiskInfoService::getDiskPower);
+    EXPECT_THAT(log_.Take(), ElementsAre(reason, record));
+}
+
+TEST_F(ServiceTest, AnotherKindOfDiskIsUnsupported) {
+    for (const std::string disk : {"mmcblk0", "my_data"}) {
+        PlaceDataPartition(disk, disk + "p27");
+        ExpectUnavailable(&IDiskInfoService::getDiskInfo);
+        EXPECT_THAT(log_.Take(), ElementsAre("E Unsupported disk type for /dev/block/" + disk));
+        ExpectUnavailable(&IDiskInfoService::getDiskHealth);
+        ExpectUnavailable(&IDiskInfoService::getDiskPower);
+        EXPECT_THAT(log_.Take(), ElementsAre());
+    }
+}
+
+TEST_F(ServiceTest, FilesystemCountersAreParsedToTheirEnd) {
+    WriteLink("/dev/block/mapper/userdata", "/dev/block/dm-5");
+    WriteFile("/sys/fs/ext4/dm-5/last_error_func", "ext4_find_entry\n");
+    const struct {
+        const char* text;
+        int64_t count;
+        int32_t code;
+    } cases[] = {
+        {"0", 0, 0},
+        {"12", 12, 12},
+        {"0x1A", 26, 26},
+        {"0X1a", 26, 26},
+        {"017", 17, 17},
+        {"-3", -3, -3},
+        {"+3", 3, 3},
+        {" \t\v\f\r42", 42, 42},
+        {"42 ", 0, 0},
+        {"42\r", 0, 0},
+        {"", 0, 0},
+        {" ", 0, 0},
+        {"abc", 0, 0},
+        {"0x", 0, 0},
+        {"-0x10", 0, 0},
+        {"- 3", 0, 0},
+        {"2147483647", 2147483647, 2147483647},
+        {"2147483648", 2147483648, 0},
+        {"-2147483648", -2147483648, -2147483647 - 1},
+        {"-2147483649", -2147483649, 0},
+        {"4294967296", 4294967296, 0},
+        {"9223372036854775807", 9223372036854775807, 0},
+        {"9223372036854775808", 0, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        WriteFile("/sys/fs/ext4/dm-5/errors_count", c.text);
+        WriteFile("/sys/fs/ext4/dm-5/last_error_errcode", c.text);
+        std::optional<FilesystemInfoParcel> info = FilesystemInfoParcel{9, "old", 9, "old"};
+        ASSERT_TRUE(service_->getFilesystemInfo("userdata", &info).isOk());
+        EXPECT_EQ(info,
+                  (FilesystemInfoParcel{c.count, "ext4_find_entry", c.code, "/sys/fs/ext4/dm-5"}));
+    }
+}
+
+TEST_F(ServiceTest, OtherPartitionsAreRefused) {
+    const std::string with_nul("user\0data", 9);
+    const struct {
+        std::string partition;
+        binder_exception_t exception;
+        std::vector<std::string> records;
+    } cases[] = {
+        {"", -3, {"E Partition  is not a supported filesystem partition."}},
+        {"dat", -3, {"E Partition dat is not a supported filesystem partition."}},
+        {"USERDATA", -3, {"E Partition USERDATA is not a supported filesystem partition."}},
+        {"sda_data", -3, {"E Device sda_data is not a supported filesystem (type mismatch)."}},
+        {"nvme_data", -3, {"E Device nvme_data is not a supported filesystem (type mismatch)."}},
+        {"mydata", EX_SERVICE_SPECIFIC, {}},
+        {kUserdata, EX_SERVICE_SPECIFIC, {}},
+        {"metadata", EX_SERVICE_SPECIFIC, {}},  // no link
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.partition);
+        std::optional<FilesystemInfoParcel> info;
+        const ScopedStatus status = service_->getFilesystemInfo(c.partition, &info);
+        EXPECT_EQ(AStatus_getExceptionCode(status.get()), c.exception);
+        EXPECT_EQ(AStatus_getServiceSpecificError(status.get()), c.exception == -3 ? 0 : -1);
+        EXPECT_FALSE(info.has_value());
+        EXPECT_EQ(log_.Take(), c.records);
+    }
+    std::optional<FilesystemInfoParcel> info;
+    const ScopedStatus status = service_->getFilesystemInfo(with_nul, &info);
+    EXPECT_EQ(AStatus_getExceptionCode(status.get()), -3);
+    ASSERT_EQ(log_.Take().size(), 1U);
+}
+
+}  // namespace
