@@ -85,6 +85,7 @@ int main(int argc, char** argv) {
     bool as_json = false;
     std::string partition;
     app.add_flag("--json", as_json, "Print one JSON document");
+    app.fallthrough();  // --json may also follow the sub-command
     app.add_subcommand("status", "All of the following (the default)");
     app.add_subcommand("info", "Identity of the disk that holds the data partition");
     app.add_subcommand("health", "Its wear and errors");
@@ -93,7 +94,6 @@ int main(int argc, char** argv) {
         ->add_option("PARTITION", partition, "userdata or metadata")
         ->required();
     app.require_subcommand(0, 1);
-    app.fallthrough();
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {

@@ -15,19 +15,20 @@ struct Section {
     std::vector<Line> lines;
 };
 
-// "numberOfMediaErrors" is "Number of media errors".
+// "numberOfMediaErrors" is "Number of media errors"; acronyms and single letters stay capital.
 std::string label(const std::string& key) {
     std::string words;
-    for (const char c : key) {
-        if (std::isupper(static_cast<unsigned char>(c)) != 0) words += ' ';
-        words += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    }
-    for (const char* acronym : {"ufs ", "ffu "}) {
-        if (words.starts_with(acronym)) {
-            std::transform(words.begin(), words.begin() + 3, words.begin(), ::toupper);
+    for (size_t i = 0; i < key.size(); ++i) {
+        const auto c = static_cast<unsigned char>(key[i]);
+        if (std::isupper(c) == 0) {
+            words += key[i];
+        } else {
+            words += ' ';
+            words += static_cast<char>(i + 1 == key.size() ? c : std::tolower(c));
         }
     }
-    words[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(words[0])));
+    const bool acronym = words.starts_with("ufs ") || words.starts_with("ffu ");
+    std::transform(words.begin(), words.begin() + (acronym ? 3 : 1), words.begin(), ::toupper);
     return words;
 }
 

@@ -1,0 +1,319 @@
+// The daemon and the command as two processes: what a user sees, and how the daemon starts.
+#include <binder/interface_utils.h>
+#include <binder/process.h>
+#include <binder/service_manager.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <morsk/BnDiskInfoService.h>
+#include <private_root.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <ctime>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+using morsk::com::quendar::tavisk::disk_info::BnDiskInfoService;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+namespace {
+
+constexpr char kInstance[] = "com.quendar.tavisk.disk_info.IDiskInfoService/default";
+
+std::string ReadAll(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream content;
+    content << file.rdbuf();
+    return content.str();
+}
+
+// A child process, killed at the latest when this goes. Its outputs are files.
+class Child {
+  public:
+    Child(
+        const std::vector<std::string>& words, const std::string& outputs,
+        const std::function<void()>& prepare = [] {})
+        : outputs_(outputs), pid_(fork()) {
+        if (pid_ != 0) return;
+        prepare();
+        for (const auto& [fd, name] : {std::pair(1, ".out"), std::pair(2, ".err")}) {
+            dup2(open((outputs + name).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600),
+                 fd);
+        }
+        std::vector<char*> argv;
+        for (const std::string& word : words) argv.push_back(const_cast<char*>(word.c_str()));
+        argv.push_back(nullptr);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    // Not a program: a function of this one.
+    Child(const std::function<void()>& body) : pid_(fork()) {
+        if (pid_ != 0) return;
+        body();
+        _exit(126);
+    }
+    ~Child() {
+        if (pid_ > 0) kill(pid_, SIGKILL);
+        (void)Wait();
+    }
+    // The exit status; -1 when a signal ended it.
+    int Wait() {
+        int status = 0;
+        if (pid_ <= 0 || waitpid(std::exchange(pid_, -1), &status, 0) < 0) return -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    std::string out() const { return ReadAll(outputs_ + ".out"); }
+    std::string err() const { return ReadAll(outputs_ + ".err"); }
+
+  private:
+    std::string outputs_;
+    pid_t pid_;
+};
+
+// Until somebody serves the instance; 10 seconds at most.
+void AwaitService() {
+    for (int i = 0; i < 1000; ++i) {
+        if (const binder::StrongBinder binder(AServiceManager_checkService(kInstance)); binder) {
+            return;
+        }
+        const timespec pause{0, 10'000'000};
+        nanosleep(&pause, nullptr);
+    }
+    FAIL() << "no service after 10 seconds";
+}
+
+class CommandTest : public PrivateRootTest {
+  protected:
+    void SetUp() override {
+        ASSERT_NO_FATAL_FAILURE(PrivateRootTest::SetUp());
+        const std::string host = "/sys/devices/05.0";
+        const std::string unit = host + "/host0/target0/0:0:0:0";
+        WriteFile("/dev/block/sda2", "");
+        WriteLink("/dev/block/by-name/userdata", "/dev/block/sda2");
+        MakeDirectory(unit + "/block/sda");
+        WriteLink("/sys/block/sda", unit + "/block/sda");
+        // Texts that want to be more than text: no UTF-8, a terminal's escape, a quote.
+        WriteFile(unit + "/vendor", "V\xff\x1b[2J\"\n");
+        WriteFile(unit + "/model", "M\xc3\xa9\n");
+        WriteFile(unit + "/ioerr_cnt", "0x20000000000001\n");  // 2^53 + 1
+        WriteFile(unit + "/unit_descriptor/wb_buf_alloc_units", "1\n");
+        WriteFile(unit + "/block/sda/size", "10\n");
+        WriteFile(host + "/geometry_descriptor/allocation_unit_size", "1\n");
+        WriteFile(host + "/geometry_descriptor/segment_size", "1\n");
+        WriteFile(host + "/geometry_descriptor/wb_max_alloc_units", "0xffffffff\n");
+        WriteFile(host + "/health_descriptor/eol_info", "0x01\n");
+        WriteFile(host + "/power_info/link_state", "ACTIVE\n");
+        WriteLink("/dev/block/by-name/metadata", "/dev/block/sda1");
+        for (const auto& [name, content] :
+             {std::pair("errors_count", "3\n"), std::pair("last_error_func", "f\n"),
+              std::pair("last_error_errcode", "5\n")}) {
+            WriteFile(std::string("/sys/fs/ext4/sda1/") + name, content);
+        }
+    }
+
+    static Child Start(const std::vector<std::string>& arguments = {}) {
+        std::vector<std::string> words{SERVICE_PROGRAM};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        return {words, "/run/service"};
+    }
+    // Runs the command to its end and keeps its outputs.
+    int Ask(const std::vector<std::string>& arguments) {
+        std::vector<std::string> words{COMMAND_PROGRAM};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        Child command(words, "/run/command");
+        const int status = command.Wait();
+        out_ = command.out();
+        err_ = command.err();
+        return status;
+    }
+
+    std::string out_, err_;
+};
+
+TEST_F(CommandTest, StatusAsJsonIsOneDocument) {
+    const Child service = Start({"extra", "--arguments"});
+    ASSERT_NO_FATAL_FAILURE(AwaitService());
+    EXPECT_EQ(Ask({"--json", "status"}), 3);
+    EXPECT_EQ(out_, R"({
+  "schemaVersion": 1,
+  "info": {
+    "ufs": {
+      "type": "UFS",
+      "vendor": "V\ufffd\u001b[2J\"",
+      "modelNumber": "M\u00e9",
+      "firmwareRevision": "",
+      "ffuSupport": false,
+      "specVersion": 0,
+      "provisioningType": 0,
+      "writeBoosterSupport": 0,
+      "writeBoosterEnabled": false,
+      "writeBoosterBufferPreserveUserSpaceEn": false,
+      "writeBoosterBufferType": 0,
+      "writeBoosterFraction": 0.1,
+      "writeBoosterCurrentAllocUnits": 1,
+      "writeBoosterMaxAllocUnits": 4294967295,
+      "ufsFeatures": "",
+      "extendedFeatureSupport": "",
+      "gear": "",
+      "rate": "",
+      "dataLanes": "",
+      "size": 0
+    }
+  },
+  "health": {
+    "ufs": {
+      "preEndOfLifeInfo": "0x01",
+      "deviceLifeTimeEstimationA": "",
+      "deviceLifeTimeEstimationB": "",
+      "totalNumberOfErrors": 9007199254740993,
+      "totalNumberOfErrors_s": "9007199254740993",
+      "discardReadValue": "undefined"
+    }
+  },
+  "power": {
+    "ufs": {
+      "linkState": "ACTIVE",
+      "isActive": true
+    }
+  },
+  "filesystems": {
+    "userdata": {
+      "error": {
+        "kind": "service",
+        "code": -1
+      }
+    },
+    "metadata": {
+      "errorCount": 3,
+      "lastErrorFunction": "f",
+      "lastErrorCode": 5,
+      "sysfsPath": "/sys/fs/ext4/sda1"
+    }
+  }
+}
+)");
+    EXPECT_THAT(err_, MatchesRegex("disk_info: fs userdata: service error -1; [^\n]*\n"));
+}
+
+TEST_F(CommandTest, PlainOutputIsAlignedLines) {
+    const Child service = Start();
+    ASSERT_NO_FATAL_FAILURE(AwaitService());
+    EXPECT_EQ(Ask({"health"}), 0);
+    EXPECT_EQ(out_,
+              "Pre end of life info:          0x01\n"
+              "Device life time estimation A: -\n"
+              "Device life time estimation B: -\n"
+              "Total number of errors:        9007199254740993\n"
+              "Discard read value:            undefined\n");
+    EXPECT_EQ(Ask({"info"}), 0);
+    EXPECT_THAT(
+        out_, HasSubstr("\nVendor:                                      V\\ufffd\\u001b[2J\\\"\n"));
+    EXPECT_EQ(Ask({}), 3);
+    EXPECT_THAT(out_, HasSubstr("\n\nPower\n  Link state:  "));
+    EXPECT_THAT(out_, HasSubstr("\n\nFilesystem userdata\n  Not available:  "));
+}
+
+TEST_F(CommandTest, ExitStatusesAndWhereMessagesGo) {
+    const Child service = Start();
+    ASSERT_NO_FATAL_FAILURE(AwaitService());
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+        const char* out;
+        const char* err;
+    } cases[] = {
+        {{"power", "--json"}, 0, "{\n  \"schemaVersion\": 1,\n  \"power\": {", ""},
+        {{"fs", "metadata"}, 0, "Error count:         3\n", ""},
+        {{"fs", "userdata"}, 3, "Not available: service error -1", "disk_info: fs userdata: "},
+        {{"fs", "cache"},
+         3,
+         "exception error -3",
+         "the partitions served are userdata and metadata"},
+        {{"fs"}, 2, "", "PARTITION"},
+        {{"nonsense"}, 2, "", "Usage: disk_info"},
+        {{"info", "health"}, 2, "", "Usage: disk_info"},
+        {{"--verbose"}, 2, "", "Usage: disk_info"},
+        {{"--help"}, 0, "Usage: disk_info", ""},
+        {{"--version"}, 0, "disk_info 1.", ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.arguments));
+        EXPECT_EQ(Ask(c.arguments), c.status);
+        EXPECT_THAT(out_, HasSubstr(c.out));
+        EXPECT_THAT(err_, HasSubstr(c.err));
+        EXPECT_EQ(out_.empty(), *c.out == '\0');
+        EXPECT_EQ(err_.empty(), *c.err == '\0');
+    }
+}
+
+TEST_F(CommandTest, WithoutAServiceItSaysWhatToDo) {
+    for (const char* format : {"--json", "status"}) {
+        EXPECT_EQ(Ask({format}), 4);
+        EXPECT_EQ(out_, "");
+        EXPECT_THAT(err_, MatchesRegex("disk_info: no service [^\n]*: No such file or directory; "
+                                       "start disk_info_service[^\n]*\n"));
+    }
+}
+
+TEST_F(CommandTest, AServiceThatSpeaksRubbishIsNoService) {
+    const Child service([] {
+        static AIBinder_Class* const clazz = AIBinder_Class_define(
+            "rubbish", [](void*) -> void* { return nullptr; }, [](void*) {},
+            [](AIBinder*, transaction_code_t, const AParcel*, AParcel* reply) {
+                return AParcel_writeInt64(reply, 0x700000000);
+            });
+        const binder::StrongBinder binder(AIBinder_new(clazz, nullptr));
+        if (AServiceManager_registerLazyService(binder.get(), kInstance) == STATUS_OK) {
+            ABinderProcess_joinThreadPool();
+        }
+    });
+    ASSERT_NO_FATAL_FAILURE(AwaitService());
+    EXPECT_EQ(Ask({"--json"}), 4);
+    EXPECT_EQ(out_, "");
+    EXPECT_THAT(err_, MatchesRegex("disk_info: [^\n]* malformed reply [^\n]*\n"));
+}
+
+TEST_F(CommandTest, ASecondDaemonIsRefused) {
+    const Child first = Start();
+    ASSERT_NO_FATAL_FAILURE(AwaitService());
+    Child second({SERVICE_PROGRAM}, "/run/second");
+    EXPECT_EQ(second.Wait(), 1);
+    EXPECT_THAT(second.err(),
+                MatchesRegex("ERROR DiskInfoService storage/disk_info/disk_info_service/service/"
+                             "main.cpp:[0-9]+: Failed to register lazy service: -17\n"));
+    EXPECT_EQ(Ask({"power"}), 0);
+}
+
+// The kernel refuses it the means to wait for clients.
+TEST_F(CommandTest, APoolThatReturnsEndsTheDaemonSilently) {
+    Child service({SERVICE_PROGRAM}, "/run/service", [] {
+        sock_filter filter[] = {
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_epoll_create1, 0, 1),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EMFILE),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        };
+        const sock_fprog program{std::size(filter), filter};
+        if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+            prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
+            _exit(125);
+        }
+    });
+    EXPECT_EQ(service.Wait(), 1);
+    EXPECT_EQ(service.err(), "");
+}
+
+}  // namespace
