@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iomanip>
+#include <sstream>
 #include <utility>
 #include <vector>
 
@@ -92,15 +94,16 @@ std::string plainText(const Json& document) {
         for (const auto& [name, value] : one.lines) width = std::max(width, name.size());
     }
     const bool headed = all.size() > 1;
-    std::string text;
+    std::ostringstream text;
+    text << std::left;
     for (const Section& one : all) {
-        if (headed) text += (text.empty() ? "" : "\n") + one.heading + "\n";
+        if (headed) text << (text.tellp() > 0 ? "\n" : "") << one.heading << "\n";
         for (const auto& [name, value] : one.lines) {
-            text += (headed ? "  " : "") + name + ":" + std::string(width + 1 - name.size(), ' ') +
-                    value + "\n";
+            text << (headed ? "  " : "") << std::setw(static_cast<int>(width) + 2) << name + ":"
+                 << value << "\n";
         }
     }
-    return text;
+    return text.str();
 }
 
 }  // namespace disk_info::client
