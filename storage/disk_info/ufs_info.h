@@ -61,8 +61,8 @@ class UfsInfo : public DiskInfo {
     std::string GetDiscardReadValue() override;
 
     virtual UfsInfoData GetUfsControllerId();
-    [[nodiscard]] virtual std::optional<UfsHealthData>
-    GetUfsHealthInfo();  // empty: no end-of-life text
+    // Empty: there is no end-of-life text.
+    [[nodiscard]] virtual std::optional<UfsHealthData> GetUfsHealthInfo();
 
     // The file's first line, white space trimmed at both ends; "" also when it cannot be read.
     virtual std::string ReadSysfsFile(const std::string& path);

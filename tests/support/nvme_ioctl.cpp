@@ -1,0 +1,93 @@
+#include "nvme_ioctl.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+FakeNvme* current = nullptr;
+
+}  // namespace
+
+FakeNvme::FakeNvme() {
+    current = this;
+}
+
+FakeNvme::~FakeNvme() {
+    current = nullptr;
+    EXPECT_EQ(script_.size(), 0U) << "requests that were expected and not made";
+}
+
+void FakeNvme::ExpectCommand(uint8_t opcode, uint32_t nsid, uint32_t cdw10, uint32_t data_len,
+                             NvmeReply reply) {
+    nvme_passthru_cmd command = {};
+    command.opcode = opcode;
+    command.nsid = nsid;
+    command.cdw10 = cdw10;
+    command.data_len = data_len;
+    script_.push_back({NVME_IOCTL_ADMIN_CMD, command, std::move(reply), 0});
+}
+
+void FakeNvme::ExpectNamespaceId(NvmeReply reply) {
+    script_.push_back({NVME_IOCTL_ID, {}, std::move(reply), 0});
+}
+
+void FakeNvme::ExpectSize(uint64_t size_bytes) {
+    script_.push_back({BLKGETSIZE64, {}, {}, size_bytes});
+}
+
+int FakeNvme::Answer(int fd, unsigned long request, void* argument) {
+    if (script_.empty() || script_.front().request != request) {
+        ADD_FAILURE() << "unexpected request " << std::hex << request;
+        errno = EPROTO;
+        return -1;
+    }
+    const Step step = std::move(script_.front());
+    script_.pop_front();
+    const bool size = request == BLKGETSIZE64;
+    EXPECT_EQ(fcntl(fd, F_GETFL) & O_ACCMODE, size ? O_RDONLY : O_RDWR);
+    EXPECT_EQ(fcntl(fd, F_GETFD), size ? FD_CLOEXEC : 0);
+    if (size) *static_cast<uint64_t*>(argument) = step.size_bytes;
+    if (request == NVME_IOCTL_ADMIN_CMD) {
+        AnswerCommand(step, static_cast<nvme_passthru_cmd*>(argument));
+    }
+    if (step.reply.result < 0) errno = step.reply.error;
+    return step.reply.result;
+}
+
+void FakeNvme::AnswerCommand(const Step& step, nvme_passthru_cmd* command) {
+    commands_.push_back(*command);
+    nvme_passthru_cmd expected = step.command;
+    expected.addr = command->addr;
+    EXPECT_EQ(memcmp(command, &expected, sizeof(expected)), 0)
+        << "opcode " << +command->opcode << " nsid " << command->nsid << " cdw10 " << std::hex
+        << command->cdw10 << " data_len " << command->data_len << ", or a field that must be 0";
+    auto* const buffer = reinterpret_cast<uint8_t*>(static_cast<uintptr_t>(command->addr));
+    EXPECT_EQ(buffer != nullptr, command->data_len != 0);
+    EXPECT_TRUE(std::all_of(buffer, buffer + command->data_len, [](uint8_t b) { return b == 0; }));
+    std::copy(step.reply.data.begin(), step.reply.data.end(), buffer);
+    command->result = step.reply.dword0;
+}
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, request);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    if (current != nullptr &&
+        (request == NVME_IOCTL_ADMIN_CMD || request == NVME_IOCTL_ID || request == BLKGETSIZE64)) {
+        return current->Answer(fd, request, argument);
+    }
+    using Ioctl = int (*)(int, unsigned long, ...);
+    static const auto kernel = reinterpret_cast<Ioctl>(dlsym(RTLD_NEXT, "ioctl"));
+    return kernel(fd, request, argument);
+}
