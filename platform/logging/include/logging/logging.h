@@ -6,6 +6,7 @@
 // come from any thread.
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -22,8 +23,9 @@ using LogFunction = std::function<void(LogId id, LogSeverity severity, const cha
                                        const char* file, unsigned int line, const char* message)>;
 using AbortFunction = std::function<void(const char* message)>;
 
-// Hands records to the system log, or to standard error where no log daemon listens when the
-// logger is made.
+// Hands records to the system log under the tag, as "file:line: text"; or, where no log daemon
+// listens when the logger is made, to standard error as one line "SEVERITY tag file:line: text".
+// Control characters in the text are written as \n or \x1b: a record stays one line.
 class LogdLogger {
   public:
     explicit LogdLogger(LogId default_id = MAIN);
@@ -35,10 +37,11 @@ class LogdLogger {
     bool to_stderr_;
 };
 
-// Ends the process with SIGABRT.
+// Ends the process with SIGABRT; the record itself has gone to the logger before.
 void DefaultAborter(const char* message);
 
-// Installs the logger and the handler that runs after a FATAL record.
+// Installs the logger and the handler that runs after a FATAL record. Until then records go to
+// standard error. The program's name is the tag until SetDefaultTag.
 void InitLogging(char* argv[], LogFunction&& logger, AbortFunction&& aborter = DefaultAborter);
 void SetDefaultTag(const std::string& tag);
 // Whether a record of this severity is written. A null tag is the default tag.

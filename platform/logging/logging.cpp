@@ -1,0 +1,177 @@
+#include <logging/logging.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <utility>
+
+namespace logging {
+namespace {
+
+std::atomic<LogSeverity> minimum_severity{INFO};
+
+// A record is one line: a text that came from elsewhere must not end it early or drive a terminal.
+std::string Escaped(std::string_view text) {
+    constexpr char kHex[] = "0123456789abcdef";
+    std::string result;
+    result.reserve(text.size());
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte != 0x7f) {
+            result += c;
+        } else if (c == '\n') {
+            result += "\\n";
+        } else {
+            result += {'\\', 'x', kHex[byte >> 4], kHex[byte & 15]};
+        }
+    }
+    return result;
+}
+
+std::string Place(const char* file, unsigned int line) {
+    return std::string(file) + ':' + std::to_string(line) + ": ";
+}
+
+// SEVERITY tag file:line: text
+void WriteToStderr(LogSeverity severity, const char* tag, const char* file, unsigned int line,
+                   const char* message) {
+    constexpr const char* kNames[] = {"VERBOSE", "DEBUG", "INFO", "WARNING", "ERROR", "FATAL"};
+    std::string record = std::string(kNames[severity]) + ' ' + tag + ' ' + Place(file, line);
+    record += Escaped(message) + '\n';
+    std::string_view rest = record;
+    while (!rest.empty()) {
+        const ssize_t written = write(STDERR_FILENO, rest.data(), rest.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return;  // Nobody is left to be told.
+        rest.remove_prefix(size_t(written));
+    }
+}
+
+int SyslogPriority(LogSeverity severity) {
+    switch (severity) {
+        case VERBOSE:
+        case DEBUG:
+            return LOG_DEBUG;
+        case INFO:
+            return LOG_INFO;
+        case WARNING:
+            return LOG_WARNING;
+        case ERROR:
+            return LOG_ERR;
+        case FATAL:
+            break;
+    }
+    return LOG_CRIT;
+}
+
+// syslog(3) keeps the tag's address and one tag for the whole process.
+void WriteToSyslog(int facility, LogSeverity severity, const char* tag, const std::string& text) {
+    static std::mutex mutex;
+    static std::string& current_tag = *new std::string;
+    const std::lock_guard lock(mutex);
+    if (current_tag != tag) {
+        current_tag = tag;
+        openlog(current_tag.c_str(), LOG_PID, facility);
+    }
+    syslog(facility | SyslogPriority(severity), "%s", text.c_str());
+}
+
+bool LogDaemonListens() {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, "/dev/log");
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return false;
+    const int result = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    // A daemon behind a stream socket is one as well; syslog(3) then connects that way.
+    const bool listens = result == 0 || errno == EPROTOTYPE;
+    close(fd);
+    return listens;
+}
+
+void StderrLogger(LogId, LogSeverity severity, const char* tag, const char* file, unsigned int line,
+                  const char* message) {
+    WriteToStderr(severity, tag, file, line, message);
+}
+
+struct Setup {
+    LogFunction logger = StderrLogger;
+    AbortFunction aborter = DefaultAborter;
+    std::string tag;
+};
+
+// Never destroyed: records may come from the destructors of other statics.
+Setup& TheSetup() {
+    static Setup& setup = *new Setup;
+    return setup;
+}
+
+}  // namespace
+
+LogdLogger::LogdLogger(LogId default_id)
+    : default_id_(default_id), to_stderr_(!LogDaemonListens()) {}
+
+void LogdLogger::operator()(LogId id, LogSeverity severity, const char* tag, const char* file,
+                            unsigned int line, const char* message) const {
+    if (to_stderr_) {
+        WriteToStderr(severity, tag, file, line, message);
+        return;
+    }
+    const LogId buffer = id == DEFAULT ? default_id_ : id;
+    const int facility = buffer == MAIN ? LOG_DAEMON : LOG_USER;
+    WriteToSyslog(facility, severity, tag, Place(file, line) + Escaped(message));
+}
+
+void DefaultAborter(const char*) {
+    std::abort();  // The record has told why.
+}
+
+void InitLogging(char* argv[], LogFunction&& logger, AbortFunction&& aborter) {
+    Setup& setup = TheSetup();
+    if (logger) setup.logger = std::move(logger);
+    if (aborter) setup.aborter = std::move(aborter);
+    if (setup.tag.empty() && argv != nullptr && argv[0] != nullptr) {
+        const std::string_view program = argv[0];
+        setup.tag = program.substr(program.rfind('/') + 1);
+    }
+}
+
+void SetDefaultTag(const std::string& tag) {
+    TheSetup().tag = tag;
+}
+
+bool ShouldLog(LogSeverity severity, const char*) {
+    return severity >= minimum_severity.load(std::memory_order_relaxed);
+}
+
+void SetMinimumLogSeverity(LogSeverity severity) {
+    minimum_severity.store(severity, std::memory_order_relaxed);
+}
+
+LogMessage::LogMessage(const char* file, unsigned int line, LogSeverity severity, const char* tag,
+                       int error)
+    : file_(file),
+      line_(line),
+      severity_(severity),
+      tag_(tag),
+      error_(error),
+      saved_errno_(errno) {}
+
+LogMessage::~LogMessage() {
+    // strerror: glibc's answer is the calling thread's own.
+    if (error_ != -1) stream_ << ": " << std::strerror(error_);
+    const Setup& setup = TheSetup();
+    const char* const tag = tag_ != nullptr ? tag_ : setup.tag.c_str();
+    const char* const message = stream_.text().c_str();
+    setup.logger(DEFAULT, severity_, tag, file_, line_, message);
+    if (severity_ == FATAL) setup.aborter(message);
+    errno = saved_errno_;
+}
+
+}  // namespace logging
