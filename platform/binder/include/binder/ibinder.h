@@ -30,7 +30,8 @@ using AIBinder_onDump = binder_status_t (*)(AIBinder* binder, int fd, const char
 using AIBinder_handleShellCommand = binder_status_t (*)(AIBinder* binder, int in, int out, int err,
                                                         const char** argv, uint32_t argc);
 
-// Null when the descriptor or a hook is null. Classes live as long as the process.
+// Null when the descriptor or a hook is null. Classes live as long as the process. The descriptor
+// is for the reader: names, not classes, are what a client looks up.
 [[nodiscard]] AIBinder_Class* AIBinder_Class_define(const char* descriptor,
                                                     AIBinder_Class_onCreate on_create,
                                                     AIBinder_Class_onDestroy on_destroy,
@@ -43,8 +44,10 @@ void AIBinder_Class_setTransactionCodeToFunctionNameMap(AIBinder_Class* clazz, c
 // Null for a code without a name.
 const char* AIBinder_Class_getFunctionName(const AIBinder_Class* clazz, transaction_code_t code);
 
-// A new local binder object whose user data is what the class's create hook returns.
+// A new local binder object whose user data is what the class's create hook returns. Null for
+// a null class.
 [[nodiscard]] AIBinder* AIBinder_new(const AIBinder_Class* clazz, void* argument);
+// Changes nothing here: interfaces of an ordinary Linux system have one kind of stability.
 void AIBinder_markVintfStability(AIBinder* binder);
 void* AIBinder_getUserData(AIBinder* binder);  // null for a remote binder
 bool AIBinder_isRemote(const AIBinder* binder);
@@ -59,7 +62,9 @@ void AIBinder_Weak_delete(AIBinder_Weak* weak);
 // On success *request is a new parcel that AIBinder_transact takes over.
 [[nodiscard]] binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** request);
 // Deletes *request and sets it to null, whatever happens. On STATUS_OK *reply is a new parcel,
-// positioned at its start, that the caller owns; otherwise it is null.
+// positioned at its start, that the caller owns; otherwise it is null. No flags are defined: any
+// but 0 is STATUS_BAD_VALUE. A remote call waits for the answer as long as the other process lives.
+// Once a connection has failed, all further calls on it are STATUS_DEAD_OBJECT.
 [[nodiscard]] binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code,
                                                 AParcel** request, AParcel** reply,
                                                 binder_flags_t flags);

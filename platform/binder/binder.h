@@ -1,0 +1,18 @@
+// What the serving and looking-up sides need of a binder object beyond its public functions.
+#pragma once
+
+#include <binder/ibinder.h>
+
+#include "unique_fd.h"
+
+namespace binder {
+
+// A binder whose transactions go to the process at the other end of a connected socket.
+[[nodiscard]] AIBinder* NewRemoteBinder(UniqueFd connection);
+
+// Runs the transaction function of a local binder on a request, from its start, and an empty
+// reply; leaves the reply at its start. A failure's reply is not to be used.
+[[nodiscard]] binder_status_t RunTransaction(AIBinder* binder, transaction_code_t code,
+                                             const AParcel* request, AParcel* reply);
+
+}  // namespace binder

@@ -1,0 +1,193 @@
+#include <binder/process.h>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <limits>
+#include <memory>
+#include <utility>
+
+#include "binder.h"
+#include "message.h"
+#include "registration.h"
+
+namespace binder {
+namespace {
+
+constexpr uint32_t kMaxConnections = 256;
+constexpr uint32_t kListener = kMaxConnections;  // its number among the connections' events
+constexpr int kEventsPerRound = 32;
+constexpr int64_t kIdleMs = 10'000;
+constexpr int64_t kAcceptRetryMs = 1'000;
+constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
+
+int64_t NowMs() {
+    timespec now{};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
+// Serves one binder to all who connect. Every connection is answered one message a round and
+// nothing is kept for later: who sends rubbish, or does not take his reply, is disconnected.
+// Nothing is logged, since whatever a peer can cause it can cause a million times.
+//
+// With every place taken the listener is left alone, so that newcomers wait in its queue. If one
+// waits after 10 seconds, those who asked nothing in that time lose their place.
+class Server {
+  public:
+    explicit Server(const Registration& registration)
+        : binder_(registration.binder),
+          listener_(registration.listener.get()),
+          may_leave_(registration.handed_over),
+          epoll_(epoll_create1(EPOLL_CLOEXEC)) {}
+
+    // Returns when the kernel refuses to wait for clients.
+    void Run();
+
+  private:
+    struct Connection {
+        UniqueFd fd;
+        bool asked = false;  // something since the last look at who is silent
+    };
+
+    bool Watch(int operation, int fd, uint32_t number, uint32_t events);
+    void Accept();
+    void Serve(uint32_t number);
+    void Close(uint32_t number);
+    void Pause(int64_t until_ms);
+    void Resume();
+    void CheckTime();
+    void CloseSilent();
+    int WaitMs() const;
+
+    AIBinder* const binder_;
+    const int listener_;
+    const bool may_leave_;
+    UniqueFd epoll_;
+    std::array<Connection, kMaxConnections> connections_;
+    uint32_t count_ = 0;
+    // Points in time, or kNever. paused_until_ms_ is set while the listener is left alone.
+    int64_t paused_until_ms_ = kNever;
+    int64_t leave_at_ms_ = kNever;
+    AParcel request_;
+    AParcel reply_;
+    Message message_;
+};
+
+void Server::Run() {
+    if (!epoll_ || !Watch(EPOLL_CTL_ADD, listener_, kListener, EPOLLIN)) return;
+    if (may_leave_) leave_at_ms_ = NowMs() + kIdleMs;
+    std::array<epoll_event, kEventsPerRound> events;
+    for (;;) {
+        const int ready = epoll_wait(epoll_.get(), events.data(), kEventsPerRound, WaitMs());
+        if (ready < 0 && errno != EINTR) return;
+        for (int i = 0; i < ready; ++i) {
+            const uint32_t number = events[size_t(i)].data.u32;
+            number == kListener ? Accept() : Serve(number);
+        }
+        CheckTime();
+    }
+}
+
+bool Server::Watch(int operation, int fd, uint32_t number, uint32_t events) {
+    epoll_event event{};
+    event.events = events;
+    event.data.u32 = number;
+    return epoll_ctl(epoll_.get(), operation, fd, &event) == 0;
+}
+
+void Server::Accept() {
+    UniqueFd fd(accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (!fd) {
+        // Out of descriptors or the like: the newcomer still waits, so trying on would be a spin.
+        const bool nobody = errno == EAGAIN || errno == ECONNABORTED || errno == EINTR;
+        if (!nobody) Pause(NowMs() + kAcceptRetryMs);
+        return;
+    }
+    const auto place =
+        std::ranges::find_if(connections_, [](const Connection& c) { return !c.fd; });
+    const auto number = uint32_t(place - connections_.begin());
+    if (!Watch(EPOLL_CTL_ADD, fd.get(), number, EPOLLIN)) return;
+    *place = {std::move(fd), true};
+    leave_at_ms_ = kNever;
+    if (++count_ == kMaxConnections) Pause(NowMs() + kIdleMs);
+}
+
+void Server::Serve(uint32_t number) {
+    Connection& connection = connections_[number];
+    const ReceiveResult result = Receive(connection.fd.get(), kRequestMagic, &message_);
+    if (result == ReceiveResult::kNothing) return;
+    if (result != ReceiveResult::kMessage) return Close(number);
+    connection.asked = true;
+    request_.Assign(message_.data());
+    const binder_status_t status =
+        RunTransaction(binder_, uint32_t(message_.header.word), &request_, &reply_);
+    if (status != STATUS_OK) reply_.Clear();
+    if (Send(connection.fd.get(), kReplyMagic, status, reply_.data) != 0) Close(number);
+}
+
+void Server::Close(uint32_t number) {
+    connections_[number] = {};
+    if (--count_ == 0 && may_leave_) leave_at_ms_ = NowMs() + kIdleMs;
+    Resume();
+}
+
+void Server::Pause(int64_t until_ms) {
+    paused_until_ms_ = until_ms;
+    (void)Watch(EPOLL_CTL_MOD, listener_, kListener, 0);
+}
+
+void Server::Resume() {
+    if (paused_until_ms_ == kNever) return;
+    paused_until_ms_ = kNever;
+    (void)Watch(EPOLL_CTL_MOD, listener_, kListener, EPOLLIN);
+}
+
+// The clock is read only when there is a point in time to wait for.
+void Server::CheckTime() {
+    if (paused_until_ms_ == kNever && leave_at_ms_ == kNever) return;
+    const int64_t now_ms = NowMs();
+    if (now_ms >= paused_until_ms_) count_ == kMaxConnections ? CloseSilent() : Resume();
+    if (now_ms >= leave_at_ms_) {
+        // A client that has just come is served rather than made to wait for the next process.
+        Accept();
+        if (count_ == 0) std::exit(0);
+    }
+}
+
+void Server::CloseSilent() {
+    pollfd waiting{listener_, POLLIN, 0};
+    const bool wanted = poll(&waiting, 1, 0) > 0;
+    Pause(NowMs() + kIdleMs);
+    for (uint32_t number = 0; number < kMaxConnections; ++number) {
+        if (wanted && !connections_[number].asked) {
+            Close(number);
+        } else {
+            connections_[number].asked = false;
+        }
+    }
+}
+
+int Server::WaitMs() const {
+    const int64_t next_ms = std::min(paused_until_ms_, leave_at_ms_);
+    return next_ms == kNever ? -1 : int(std::max(next_ms - NowMs(), int64_t{0}));
+}
+
+}  // namespace
+}  // namespace binder
+
+bool ABinderProcess_setThreadPoolMaxThreadCount(uint32_t) {
+    return true;
+}
+
+void ABinderProcess_joinThreadPool() {
+    using namespace binder;
+    const Registration& registration = TheRegistration();
+    if (registration.binder == nullptr) return;
+    std::make_unique<Server>(registration)->Run();
+}
