@@ -1,0 +1,84 @@
+# The emulated machine, whatever guest runs in it: its data disk, QEMU, and the talk between guest
+# and host. For the scripts that boot a guest, which stand in the project's root directory.
+#
+# The guest's second serial port is its voice. A line beginning with @ is for the host, all others
+# go to standard output:
+#   @up             set-up is done, the script starts
+#   @monitor TEXT   hand TEXT to QEMU's monitor
+#   @exit STATUS    the script is done
+# shellcheck shell=bash
+
+nvme_serial='QM 0042 b'
+up_limit_s=180
+silence_limit_s=300
+whole_limit_s=1500
+
+die() {
+  echo "${0##*/}: $*" >&2
+  exit 1
+}
+
+mkdir -p build/device
+run_dir=$(mktemp -d "$PWD/build/device/run.XXXXXX")
+machine_pid=''
+leave() {
+  [[ -z $machine_pid ]] || kill "$machine_pid" 2>/dev/null || true
+  rm -rf "$run_dir"
+}
+trap leave EXIT
+trap 'exit 130' HUP INT PIPE TERM
+
+# Prints the path of the disk image for $1, nvme or ufs: a GPT with two ext4 partitions. Guests
+# run on a snapshot of it, so it is made once.
+make_disk() {
+  local image=build/device/$1.img new=$run_dir/disk.img sector_size=512
+  [[ $1 != ufs ]] || sector_size=4096
+  if [[ ! $image -nt ${BASH_SOURCE[0]} ]]; then
+    truncate -s 64M "$new"
+    printf 'label: gpt\nsize=16MiB, name=metadata\nsize=46MiB, name=userdata\n' >"$run_dir/layout"
+    {
+      printf 'I\n%s\nw\n' "$run_dir/layout" | /sbin/fdisk -b "$sector_size" "$new" &&
+        /sbin/mke2fs -q -t ext4 -b 4096 -E offset=$((1 << 20)) "$new" 16M &&
+        /sbin/mke2fs -q -t ext4 -b 4096 -E offset=$((17 << 20)) "$new" 46M
+    } >"$run_dir/disk.log" 2>&1 || die "cannot make the disk image: $(tail -n 3 "$run_dir/disk.log")"
+    mv "$new" "$image"
+  fi
+  echo "$image"
+}
+
+# Boots kernel $2 and initrd $3 with the disk $1, the rest being further QEMU arguments, and exits
+# with the status of the guest's script. The console is kept in build/device/console-$1.log.
+run_machine() {
+  local kind=$1 kernel=$2 initrd=$3 console=$PWD/build/device/console-$1.log image
+  local line ended='' limit=$up_limit_s phase='before it was up'
+  shift 3
+  image=$(make_disk "$kind")
+  local disk=(-drive "file=$image,format=raw,if=none,id=data,snapshot=on")
+  case $kind in
+    nvme) disk+=(-device "nvme,id=disk,serial=$nvme_serial,drive=data") ;;
+    ufs) disk+=(-device "ufs,id=disk" -device "ufs-lu,bus=disk,lun=0,drive=data") ;;
+  esac
+  mkfifo "$run_dir/monitor.in" "$run_dir/monitor.out"
+  : >"$console"
+  exec {voice}< <(exec timeout -k 5 "$whole_limit_s" qemu-system-x86_64 -accel tcg,thread=multi \
+    -cpu max -smp 2 -m 512 -nodefaults -nic none -display none -no-reboot \
+    -kernel "$kernel" -initrd "$initrd" "${disk[@]}" "$@" \
+    -chardev "pipe,id=monitor,path=$run_dir/monitor" -mon chardev=monitor,mode=readline \
+    -serial "file:$console" -serial stdio </dev/null 2>"$run_dir/qemu.log")
+  machine_pid=$!
+  while IFS= read -r -t "$limit" line <&"$voice" || ended=$?; [[ -z $ended ]]; do
+    case $line in
+      @up) limit=$silence_limit_s phase='while its script ran' ;;
+      '@monitor '*) echo "${line#@monitor }" 1<>"$run_dir/monitor.in" ;;
+      '@exit '*) exit "${line#@exit }" ;;
+      *) printf '%s\n' "$line" ;;
+    esac
+  done
+  [[ $ended -gt 128 ]] && ended="said nothing for $limit s" || ended='stopped'
+  {
+    echo "${0##*/}: the $kind guest $ended $phase; the end of $console:"
+    cat "$run_dir/qemu.log"
+    tail -n 20 "$console"
+  } >&2
+  exit 1
+}
