@@ -4,25 +4,36 @@
 
 #include <logging/logging.h>
 
+#include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
-
-struct LogRecord {
-    logging::LogSeverity severity;
-    std::string tag, file;
-    unsigned int line;
-    std::string message;
-};
 
 class LogCapture {
   public:
-    LogCapture();
-    ~LogCapture();
+    LogCapture() {
+        static char name[] = "test";
+        static char* arguments[] = {name, nullptr};
+        logging::InitLogging(arguments,
+                             [this](logging::LogId, logging::LogSeverity severity, const char*,
+                                    const char*, unsigned int, const char* message) {
+                                 const std::scoped_lock lock(mutex_);
+                                 records_.push_back(std::string{"VDIWEF"[severity], ' '} + message);
+                             });
+    }
+    ~LogCapture() {
+        logging::InitLogging(nullptr, [](auto...) {});
+    }
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    // The records since the last call of either, oldest first; as texts: the severity's initial,
-    // a blank and the message.
-    std::vector<LogRecord> TakeRecords();
-    std::vector<std::string> Take();
+    // The records since the last call, oldest first: severity's initial, blank, message.
+    std::vector<std::string> Take() {
+        const std::scoped_lock lock(mutex_);
+        return std::exchange(records_, {});
+    }
+
+  private:
+    std::mutex mutex_;
+    std::vector<std::string> records_;
 };

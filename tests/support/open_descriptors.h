@@ -1,21 +1,17 @@
-// Fails the test that it lives in when more or fewer descriptors are open at its end than at its
-// beginning.
+// Fails the test that it lives in when its number of open descriptors changes meanwhile.
 #pragma once
 
-#include <dirent.h>
 #include <gtest/gtest.h>
+
+#include <filesystem>
 
 class OpenDescriptorsUnchanged {
   public:
     ~OpenDescriptorsUnchanged() { EXPECT_EQ(Count(), before_) << "open descriptors"; }
 
   private:
-    static int Count() {
-        DIR* const directory = opendir("/proc/self/fd");
-        int count = 0;
-        while (directory != nullptr && readdir(directory) != nullptr) ++count;
-        closedir(directory);
-        return count;
+    static long Count() {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     }
-    const int before_ = Count();
+    const long before_ = Count();
 };

@@ -3,13 +3,15 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 namespace {
+
+namespace fs = std::filesystem;
 
 const char* const kTrees[] = {"/dev/block", "/sys", "/run"};
 
@@ -17,28 +19,21 @@ void Check(int result, const std::string& what) {
     ASSERT_GE(result, 0) << what << ": " << strerror(errno);
 }
 
-void MakeParents(const std::string& path) {
-    for (size_t i = path.find('/', 1); i != std::string::npos; i = path.find('/', i + 1)) {
-        const std::string parent = path.substr(0, i);
-        if (mkdir(parent.c_str(), 0755) != 0 && errno != EEXIST) Check(-1, parent);
-    }
-}
-
-void MountEmpty(const std::string& path) {
-    Check(mount("tmpfs", path.c_str(), "tmpfs", 0, "mode=755"), "mount at " + path);
+void MountEmpty(const char* path) {
+    Check(mount("tmpfs", path, "tmpfs", 0, "mode=755"), path);
 }
 
 // A /dev of our own, since the real one need not have a directory `block` to mount over. The
 // devices come along by descriptor: once /dev is covered, they have no names.
 void CoverDev() {
-    const std::string paths[] = {"/dev/null", "/dev/zero", "/dev/urandom"};
+    const char* const paths[] = {"/dev/null", "/dev/zero", "/dev/urandom"};
     int fds[std::size(paths)];
-    for (size_t i = 0; i < std::size(paths); ++i) fds[i] = open(paths[i].c_str(), O_PATH);
+    for (size_t i = 0; i < std::size(paths); ++i) fds[i] = open(paths[i], O_PATH);
     MountEmpty("/dev");
     for (size_t i = 0; i < std::size(paths); ++i) {
         const std::string device = "/proc/self/fd/" + std::to_string(fds[i]);
         WriteFile(paths[i], "");
-        Check(mount(device.c_str(), paths[i].c_str(), nullptr, MS_BIND, nullptr), paths[i]);
+        Check(mount(device.c_str(), paths[i], nullptr, MS_BIND, nullptr), paths[i]);
         close(fds[i]);
     }
     MakeDirectory("/dev/block");
@@ -53,7 +48,7 @@ void Enter() {
     WriteFile("/proc/self/setgroups", "deny");
     WriteFile("/proc/self/uid_map", uid + " " + uid + " 1");
     WriteFile("/proc/self/gid_map", gid + " " + gid + " 1");
-    Check(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mounts made private");
+    ASSERT_EQ(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0) << strerror(errno);
     CoverDev();
     for (const char* tree : kTrees) MountEmpty(tree);
 }
@@ -76,11 +71,11 @@ void ClearPrivateRoot() {
 }
 
 void MakeDirectory(const std::string& path) {
-    MakeParents(path + "/");
+    fs::create_directories(path);
 }
 
 void WriteFile(const std::string& path, const std::string& content) {
-    MakeParents(path);
+    fs::create_directories(fs::path(path).parent_path());
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     Check(fd, path);
     EXPECT_EQ(write(fd, content.data(), content.size()), static_cast<ssize_t>(content.size()));
@@ -88,7 +83,7 @@ void WriteFile(const std::string& path, const std::string& content) {
 }
 
 void WriteLink(const std::string& path, const std::string& target) {
-    MakeParents(path);
-    (void)unlink(path.c_str());
-    Check(symlink(target.c_str(), path.c_str()), path);
+    fs::create_directories(fs::path(path).parent_path());
+    fs::remove(path);
+    fs::create_symlink(target, path);
 }

@@ -14,7 +14,7 @@ void EnterPrivateRoot();
 // Empties the three trees. What is still open lives on, unreachable by name.
 void ClearPrivateRoot();
 
-// Make what is missing of the directories before `path`; replace a file or link of that name.
+// Make what is missing of the directories before `path`. A file's content or a link is replaced.
 void MakeDirectory(const std::string& path);
 void WriteFile(const std::string& path, const std::string& content);
 void WriteLink(const std::string& path, const std::string& target);
