@@ -49,7 +49,7 @@ std::optional<uint64_t> ParseSysfsUint(const std::string& text, uint64_t max) {
     char* end = nullptr;
     errno = 0;
     const unsigned long long value = strtoull(begin, &end, hexadecimal ? 16 : 10);
-    if (errno != 0 || end == begin || end != text.c_str() + text.size() || value > max) {
+    if (errno != 0 || end != text.c_str() + text.size() || value > max) {
         return std::nullopt;
     }
     return value;
