@@ -2,25 +2,21 @@
 #include <binder/interface_utils.h>
 #include <binder/process.h>
 #include <binder/service_manager.h>
-#include <fcntl.h>
+#include <child.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <morsk/BnDiskInfoService.h>
 #include <private_root.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstddef>
-#include <ctime>
-#include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -33,66 +29,9 @@ namespace {
 
 constexpr char kInstance[] = "com.quendar.tavisk.disk_info.IDiskInfoService/default";
 
-std::string ReadAll(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
-}
-
-// A child process, killed at the latest when this goes. Its outputs are files.
-class Child {
-  public:
-    Child(
-        const std::vector<std::string>& words, const std::string& outputs,
-        const std::function<void()>& prepare = [] {})
-        : outputs_(outputs), pid_(fork()) {
-        if (pid_ != 0) return;
-        prepare();
-        for (const auto& [fd, name] : {std::pair(1, ".out"), std::pair(2, ".err")}) {
-            dup2(open((outputs + name).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600),
-                 fd);
-        }
-        std::vector<char*> argv;
-        for (const std::string& word : words) argv.push_back(const_cast<char*>(word.c_str()));
-        argv.push_back(nullptr);
-        execv(argv[0], argv.data());
-        _exit(127);
-    }
-    // Not a program: a function of this one.
-    Child(const std::function<void()>& body) : pid_(fork()) {
-        if (pid_ != 0) return;
-        body();
-        _exit(126);
-    }
-    ~Child() {
-        if (pid_ > 0) kill(pid_, SIGKILL);
-        (void)Wait();
-    }
-    // The exit status; -1 when a signal ended it.
-    int Wait() {
-        int status = 0;
-        if (pid_ <= 0 || waitpid(std::exchange(pid_, -1), &status, 0) < 0) return -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    std::string out() const { return ReadAll(outputs_ + ".out"); }
-    std::string err() const { return ReadAll(outputs_ + ".err"); }
-
-  private:
-    std::string outputs_;
-    pid_t pid_;
-};
-
-// Until somebody serves the instance; 10 seconds at most.
 void AwaitService() {
-    for (int i = 0; i < 1000; ++i) {
-        if (const binder::StrongBinder binder(AServiceManager_checkService(kInstance)); binder) {
-            return;
-        }
-        const timespec pause{0, 10'000'000};
-        nanosleep(&pause, nullptr);
-    }
-    FAIL() << "no service after 10 seconds";
+    ASSERT_TRUE(Eventually(
+        [] { return bool(binder::StrongBinder(AServiceManager_checkService(kInstance))); }));
 }
 
 class CommandTest : public PrivateRootTest {
@@ -130,10 +69,11 @@ class CommandTest : public PrivateRootTest {
         return {words, "/run/service"};
     }
     // Runs the command to its end and keeps its outputs.
-    int Ask(const std::vector<std::string>& arguments) {
+    int Ask(
+        const std::vector<std::string>& arguments, const std::function<void()>& prepare = [] {}) {
         std::vector<std::string> words{COMMAND_PROGRAM};
         words.insert(words.end(), arguments.begin(), arguments.end());
-        Child command(words, "/run/command");
+        Child command(words, "/run/command", prepare);
         const int status = command.Wait();
         out_ = command.out();
         err_ = command.err();
@@ -202,6 +142,12 @@ TEST_F(CommandTest, StatusAsJsonIsOneDocument) {
       "lastErrorCode": 5,
       "sysfsPath": "/sys/fs/ext4/sda1"
     }
+  },
+  "assessment": {
+    "verdict": "ok",
+    "reasons": [
+      "nothing that the disk reports is at a limit"
+    ]
   }
 }
 )");
@@ -213,14 +159,14 @@ TEST_F(CommandTest, PlainOutputIsAlignedLines) {
     ASSERT_NO_FATAL_FAILURE(AwaitService());
     EXPECT_EQ(Ask({"health"}), 0);
     EXPECT_EQ(out_,
-              "Pre end of life info:          0x01\n"
-              "Device life time estimation A: -\n"
-              "Device life time estimation B: -\n"
-              "Total number of errors:        9007199254740993\n"
-              "Discard read value:            undefined\n");
+              "Reserved blocks:          normal\n"
+              "Life time estimation A:   not reported\n"
+              "Life time estimation B:   not reported\n"
+              "I/O errors:               9007199254740993\n"
+              "Discarded blocks read as: not reported\n"
+              "Verdict:                  ok: nothing that the disk reports is at a limit\n");
     EXPECT_EQ(Ask({"info"}), 0);
-    EXPECT_THAT(
-        out_, HasSubstr("\nVendor:                                      V\\ufffd\\u001b[2J\\\"\n"));
+    EXPECT_THAT(out_, HasSubstr("\nVendor:                          V\\ufffd\\u001b[2J\\\"\n"));
     EXPECT_EQ(Ask({}), 3);
     EXPECT_THAT(out_, HasSubstr("\n\nPower\n  Link state:  "));
     EXPECT_THAT(out_, HasSubstr("\n\nFilesystem userdata\n  Not available:  "));
@@ -236,16 +182,24 @@ TEST_F(CommandTest, ExitStatusesAndWhereMessagesGo) {
         const char* err;
     } cases[] = {
         {{"power", "--json"}, 0, "{\n  \"schemaVersion\": 1,\n  \"power\": {", ""},
-        {{"fs", "metadata"}, 0, "Error count:         3\n", ""},
+        {{"fs", "metadata"}, 0, "Last error:          corrupted\n", ""},
         {{"fs", "userdata"}, 3, "Not available: service error -1", "disk_info: fs userdata: "},
         {{"fs", "cache"},
          3,
          "exception error -3",
          "the partitions served are userdata and metadata"},
+        {{"fs", ""}, 3, "exception error -3", "the partitions served are"},
+        {{"metrics"}, 3, "\ndisk_info_up{call=\"fs_userdata\"} 0\n", "disk_info: fs userdata: "},
         {{"fs"}, 2, "", "PARTITION"},
         {{"nonsense"}, 2, "", "Usage: disk_info"},
         {{"info", "health"}, 2, "", "Usage: disk_info"},
         {{"--verbose"}, 2, "", "Usage: disk_info"},
+        {{"--watch", "0"}, 2, "", "Usage: disk_info"},
+        {{"--watch", "-1"}, 2, "", "Usage: disk_info"},
+        {{"--watch", "x"}, 2, "", "Usage: disk_info"},
+        {{"--watch", "1", "--json"}, 2, "", "--watch: for plain output alone\nShows"},
+        {{"--watch", "1", "metrics"}, 2, "", "--watch: for plain output alone\nShows"},
+        {{"--json", "metrics"}, 2, "", "Usage: disk_info"},
         {{"--help"}, 0, "Usage: disk_info", ""},
         {{"--version"}, 0, "disk_info 1.", ""},
     };
@@ -264,8 +218,20 @@ TEST_F(CommandTest, WithoutAServiceItSaysWhatToDo) {
         EXPECT_EQ(Ask({format}), 4);
         EXPECT_EQ(out_, "");
         EXPECT_THAT(err_, MatchesRegex("disk_info: no service [^\n]*: No such file or directory; "
-                                       "start disk_info_service[^\n]*\n"));
+                                       "[^\n]*: systemctl enable --now disk-info.socket\n"));
     }
+    EXPECT_EQ(Ask({"metrics"}), 4);
+    EXPECT_THAT(out_, HasSubstr("disk_info_up{call=\"health\"} 0\n"));
+}
+
+TEST_F(CommandTest, WithoutRightsItNamesTheGroup) {
+    const Child service = Start();
+    ASSERT_NO_FATAL_FAILURE(AwaitService());
+    ASSERT_EQ(chmod((std::string("/run/binder/") + kInstance).c_str(), 0), 0);
+    // Else root may do without.
+    EXPECT_EQ(Ask({"power"}, [] { (void)prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE); }), 4);
+    EXPECT_THAT(err_, MatchesRegex("disk_info: no service [^\n]*: Permission denied; "
+                                   "join the group disk-info [^\n]*\n"));
 }
 
 TEST_F(CommandTest, AServiceThatSpeaksRubbishIsNoService) {

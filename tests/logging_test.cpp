@@ -1,0 +1,92 @@
+// Records: what they carry, when they are built, and that foreign text cannot forge one.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <logging/logging.h>
+#include <private_root.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <string>
+#include <vector>
+
+using testing::ElementsAre;
+using testing::MatchesRegex;
+
+namespace {
+
+class LoggingTest : public testing::Test {
+  protected:
+    LoggingTest() {
+        logging::InitLogging(
+            nullptr, [this](logging::LogId, logging::LogSeverity severity, const char* tag,
+                            const char* file, unsigned int line, const char* message) {
+                records_.push_back(std::to_string(severity) + ' ' + tag + ' ' + file + ':' +
+                                   std::to_string(line - first_line_) + ' ' + message);
+                errno = EBADF;  // a logger's own failures
+            });
+        logging::SetDefaultTag("Tag");
+    }
+    ~LoggingTest() override {
+        logging::SetMinimumLogSeverity(logging::INFO);
+        logging::InitLogging(nullptr, [](auto...) {});
+    }
+
+    std::vector<std::string> records_;
+    unsigned int first_line_ = 0;
+};
+
+TEST_F(LoggingTest, RecordsCarrySeverityTagPlaceAndPieces) {
+    first_line_ = __LINE__;
+    LOG(INFO) << "a" << std::string("b") << -3 << '|' << 4U << uint64_t{18446744073709551615U};
+    errno = ENOENT;
+    PLOG(ERROR) << "open x";
+    EXPECT_EQ(errno, ENOENT);
+    LOG(WARNING) << "w";
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_THAT(records_,
+                ElementsAre("2 Tag tests/logging_test.cpp:1 ab-3|418446744073709551615",
+                            "4 Tag tests/logging_test.cpp:3 open x: No such file or directory",
+                            "3 Tag tests/logging_test.cpp:5 w"));
+}
+
+TEST_F(LoggingTest, FilteredRecordsAreNotBuilt) {
+    int built = 0;
+    const auto piece = [&] { return ++built; };
+    LOG(DEBUG) << piece();
+    LOG(INFO) << piece();
+    logging::SetMinimumLogSeverity(logging::ERROR);
+    LOG(WARNING) << piece();
+    if (built == 1)
+        LOG(ERROR) << piece();
+    else
+        FAIL() << "the macro swallowed an else";
+    EXPECT_EQ(built, 2);
+    EXPECT_EQ(records_.size(), 2U);
+    EXPECT_FALSE(logging::ShouldLog(logging::WARNING, nullptr));
+    EXPECT_TRUE(logging::ShouldLog(logging::ERROR, nullptr));
+}
+
+// Where no log daemon listens a record is one line of standard error, whatever its text.
+TEST_F(LoggingTest, ForeignTextStaysOnItsLine) {
+    ASSERT_NO_FATAL_FAILURE(EnterPrivateRoot());  // no /dev/log in there
+    logging::InitLogging(nullptr, logging::LogdLogger(logging::MAIN));
+    testing::internal::CaptureStderr();
+    LOG(ERROR) << "a\nERROR b\r\x1b[2J\x7f";
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                MatchesRegex("ERROR Tag tests/logging_test.cpp:[0-9]+: "
+                             "a\\\\nERROR b\\\\x0d\\\\x1b\\[2J\\\\x7f\n"));
+}
+
+TEST_F(LoggingTest, FatalRecordsRunTheAborter) {
+    EXPECT_EXIT(
+        {
+            logging::InitLogging(
+                nullptr, [](auto...) {}, [](const char* message) { _exit(message[0]); });
+            LOG(FATAL) << "*";
+        },
+        testing::ExitedWithCode('*'), "");
+    EXPECT_EXIT(LOG(FATAL) << "x", testing::KilledBySignal(SIGABRT), "");
+}
+
+}  // namespace
