@@ -10,7 +10,7 @@
 
 namespace binder {
 
-inline constexpr size_t kMaxParcelBytes = 64 * 1024;
+inline constexpr size_t kMaxParcelBytes = size_t{64} * 1024;
 
 }  // namespace binder
 
