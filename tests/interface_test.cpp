@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <morsk/BnDiskInfoService.h>
 #include <morsk/BpDiskInfoService.h>
+#include <parcel_words.h>
 
 #include <cstdio>
 #include <memory>
@@ -53,13 +54,6 @@ class ScriptedService : public BnDiskInfoService {
     }
 };
 
-std::vector<int32_t> wordsOf(const AParcel* parcel) {
-    std::vector<int32_t> words;
-    EXPECT_EQ(AParcel_setDataPosition(parcel, 0), STATUS_OK);
-    for (int32_t word = 0; AParcel_readInt32(parcel, &word) == STATUS_OK;) words.push_back(word);
-    return words;
-}
-
 class Dispatch : public testing::Test {
   protected:
     // Sends what `request_` holds; the reply's words go to `reply_`.
@@ -68,7 +62,7 @@ class Dispatch : public testing::Test {
         ScopedParcel reply(AParcel_create());
         const auto status =
             BnDiskInfoService::onTransact(binder_.get(), code, request_.get(), reply.get());
-        reply_ = wordsOf(reply.get());
+        reply_ = WordsOf(reply.get());
         return status;
     }
 

@@ -1,21 +1,17 @@
 // Wire bytes of every parcelable, and what readers make of bytes that are cut, longer or lie.
-#include <binder/interface_utils.h>
 #include <binder/parcel_utils.h>
 #include <gtest/gtest.h>
 #include <morsk/DiskParcelables.h>
 #include <morsk/FilesystemInfoParcel.h>
+#include <parcel_words.h>
 
-#include <bit>
 #include <cstdint>
-#include <cstdio>
 #include <sstream>
 #include <string>
 #include <vector>
 
 using namespace morsk::com::quendar::tavisk::disk_info;
 using binder::ScopedParcel;
-
-static_assert(std::endian::native == std::endian::little, "the literals below are little-endian");
 
 namespace {
 
@@ -48,19 +44,6 @@ const char kUfsHealthBytes[] =
 const char kUfsPowerBytes[] = "14000000 06000000 41435449 56450000 01000000";
 const char kFilesystemBytes[] = "20000000" LONG " 01000000 66000000 feffffff 02000000 2f730000";
 
-std::string hexFrom(const AParcel* parcel, int32_t start) {
-    std::string text;
-    EXPECT_EQ(AParcel_setDataPosition(parcel, start), STATUS_OK);
-    int32_t word = 0;
-    while (AParcel_readInt32(parcel, &word) == STATUS_OK) {
-        char digits[16];
-        std::snprintf(digits, sizeof digits, "%s%08x", text.empty() ? "" : " ",
-                      __builtin_bswap32(static_cast<uint32_t>(word)));
-        text += digits;
-    }
-    return text;
-}
-
 std::vector<int32_t> words(const std::string& hex) {
     std::vector<int32_t> result;
     std::istringstream stream(hex);
@@ -71,15 +54,6 @@ std::vector<int32_t> words(const std::string& hex) {
     return result;
 }
 
-ScopedParcel parcelOf(const std::vector<int32_t>& content) {
-    ScopedParcel parcel(AParcel_create());
-    for (const int32_t word : content) {
-        EXPECT_EQ(AParcel_writeInt32(parcel.get(), word), STATUS_OK);
-    }
-    EXPECT_EQ(AParcel_setDataPosition(parcel.get(), 0), STATUS_OK);
-    return parcel;
-}
-
 // A parcel's limit is the way to make the n-th write fail: fill it up to `room` bytes.
 template <typename Parcelable>
 void expectStopsAtEachFailure(const Parcelable& sample, const std::string& bytes, int frame_at) {
@@ -87,13 +61,13 @@ void expectStopsAtEachFailure(const Parcelable& sample, const std::string& bytes
     for (int32_t room = 0; room < size; room += 4) {
         SCOPED_TRACE(room);
         const int32_t start = kParcelLimit - room;
-        ScopedParcel parcel = parcelOf(std::vector<int32_t>(start / 4, 0x5a5a5a5a));
+        ScopedParcel parcel = ParcelOf(std::vector<int32_t>(start / 4, 0x5a5a5a5a));
         ASSERT_EQ(AParcel_setDataPosition(parcel.get(), start), STATUS_OK);
         EXPECT_EQ(sample.writeToParcel(parcel.get()), STATUS_NO_MEMORY);
         // What was written before the failure, the size still 0, and nothing after it.
         std::string expected = bytes;
         expected.replace(frame_at * 9, 8, "00000000");
-        const std::string written = hexFrom(parcel.get(), start);
+        const std::string written = HexOf(WordsOf(parcel.get(), start));
         EXPECT_EQ(written, expected.substr(0, written.size()));
     }
 }
@@ -102,7 +76,7 @@ template <typename Parcelable>
 void expectRefusesEachCut(const std::vector<int32_t>& content) {
     for (size_t length = 0; length < content.size(); ++length) {
         SCOPED_TRACE(length);
-        ScopedParcel parcel = parcelOf({content.begin(), content.begin() + length});
+        ScopedParcel parcel = ParcelOf({content.begin(), content.begin() + length});
         Parcelable untouched;
         EXPECT_NE(untouched.readFromParcel(parcel.get()), STATUS_OK);
         EXPECT_EQ(untouched, Parcelable());
@@ -115,7 +89,7 @@ void check(const Parcelable& sample, const std::string& bytes, int frame_at = 0)
     ScopedParcel parcel(AParcel_create());
     ASSERT_EQ(sample.writeToParcel(parcel.get()), STATUS_OK);
     EXPECT_EQ(AParcel_getDataPosition(parcel.get()), AParcel_getDataSize(parcel.get()));
-    EXPECT_EQ(hexFrom(parcel.get(), 0), bytes);
+    EXPECT_EQ(HexOf(WordsOf(parcel.get())), bytes);
     expectStopsAtEachFailure(sample, bytes, frame_at);
 
     std::vector<int32_t> content = words(bytes);
@@ -123,7 +97,7 @@ void check(const Parcelable& sample, const std::string& bytes, int frame_at = 0)
     // A newer writer's field behind the known ones is stepped over; so the next value is read.
     content[frame_at] += 4;
     content.insert(content.end(), {0x77, 0x5678});
-    ScopedParcel longer = parcelOf(content);
+    ScopedParcel longer = ParcelOf(content);
     Parcelable read;
     int32_t next = 0;
     ASSERT_EQ(read.readFromParcel(longer.get()), STATUS_OK);
@@ -135,7 +109,7 @@ void check(const Parcelable& sample, const std::string& bytes, int frame_at = 0)
         SCOPED_TRACE(lie);
         content[frame_at] = lie;
         Parcelable untouched;
-        EXPECT_EQ(untouched.readFromParcel(parcelOf(content).get()), STATUS_BAD_VALUE);
+        EXPECT_EQ(untouched.readFromParcel(ParcelOf(content).get()), STATUS_BAD_VALUE);
         EXPECT_EQ(untouched, Parcelable());
     }
 }
@@ -163,17 +137,17 @@ TEST(Parcelables, UnionsAreTagMarkerAndArm) {
 
 TEST(Parcelables, FieldsThatAreNotThereKeepTheirDefaults) {
     FilesystemInfoParcel read{9, "x", 9, "y"};
-    ASSERT_EQ(read.readFromParcel(parcelOf({12, 7, 0}).get()), STATUS_OK);
+    ASSERT_EQ(read.readFromParcel(ParcelOf({12, 7, 0}).get()), STATUS_OK);
     EXPECT_EQ(read, (FilesystemInfoParcel{7, "", 0, ""}));
     // The size cuts the first field in two.
-    EXPECT_EQ(read.readFromParcel(parcelOf({8, 9, 9}).get()), STATUS_BAD_VALUE);
+    EXPECT_EQ(read.readFromParcel(ParcelOf({8, 9, 9}).get()), STATUS_BAD_VALUE);
     EXPECT_EQ(read.errorCount, 7);
 }
 
 TEST(Parcelables, AnEmptyTextIsNotANullOne) {
     ScopedParcel parcel(AParcel_create());
     ASSERT_EQ(FilesystemInfoParcel().writeToParcel(parcel.get()), STATUS_OK);
-    EXPECT_EQ(hexFrom(parcel.get(), 0),
+    EXPECT_EQ(HexOf(WordsOf(parcel.get())),
               "20000000 00000000 00000000 00000000 00000000 00000000 00000000 00000000");
 }
 
@@ -198,7 +172,7 @@ TEST(Parcelables, AUnionWithoutAnArmIsRefused) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.content[0]);
         DiskPowerParcel power(kUfsPower);
-        EXPECT_EQ(power.readFromParcel(parcelOf(c.content).get()), c.status);
+        EXPECT_EQ(power.readFromParcel(ParcelOf(c.content).get()), c.status);
         EXPECT_EQ(power, DiskPowerParcel(kUfsPower));
     }
 }
@@ -207,15 +181,15 @@ TEST(Parcelables, AnAbsentResultIsOneZero) {
     ScopedParcel parcel(AParcel_create());
     std::optional<NvmePowerInfoParcel> result;
     ASSERT_EQ(AParcel_writeNullableData(parcel.get(), result), STATUS_OK);
-    EXPECT_EQ(hexFrom(parcel.get(), 0), "00000000");
+    EXPECT_EQ(HexOf(WordsOf(parcel.get())), "00000000");
     result = kNvmePower;
     ASSERT_EQ(AParcel_setDataPosition(parcel.get(), 0), STATUS_OK);
     ASSERT_EQ(AParcel_writeNullableData(parcel.get(), result), STATUS_OK);
-    EXPECT_EQ(hexFrom(parcel.get(), 0), std::string("01000000 ") + kNvmePowerBytes);
+    EXPECT_EQ(HexOf(WordsOf(parcel.get())), std::string("01000000 ") + kNvmePowerBytes);
 
-    EXPECT_EQ(AParcel_readNullableData(parcelOf({2, 12, 5, 1}).get(), &result), STATUS_BAD_VALUE);
+    EXPECT_EQ(AParcel_readNullableData(ParcelOf({2, 12, 5, 1}).get(), &result), STATUS_BAD_VALUE);
     EXPECT_EQ(result, kNvmePower);
-    EXPECT_EQ(AParcel_readNullableData(parcelOf({0}).get(), &result), STATUS_OK);
+    EXPECT_EQ(AParcel_readNullableData(ParcelOf({0}).get(), &result), STATUS_OK);
     EXPECT_EQ(result, std::nullopt);
 }
 
