@@ -9,6 +9,7 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <morsk/BnDiskInfoService.h>
+#include <output_check.h>
 #include <private_root.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -152,6 +153,7 @@ TEST_F(CommandTest, StatusAsJsonIsOneDocument) {
 }
 )");
     EXPECT_THAT(err_, MatchesRegex("disk_info: fs userdata: service error -1; [^\n]*\n"));
+    EXPECT_EQ(FaultsOf(out_, {"schema", SCHEMA_FILE}), "");
 }
 
 TEST_F(CommandTest, PlainOutputIsAlignedLines) {
@@ -197,8 +199,8 @@ TEST_F(CommandTest, ExitStatusesAndWhereMessagesGo) {
         {{"--watch", "0"}, 2, "", "Usage: disk_info"},
         {{"--watch", "-1"}, 2, "", "Usage: disk_info"},
         {{"--watch", "x"}, 2, "", "Usage: disk_info"},
-        {{"--watch", "1", "--json"}, 2, "", "--watch: for plain output alone\nShows"},
-        {{"--watch", "1", "metrics"}, 2, "", "--watch: for plain output alone\nShows"},
+        {{"--watch", "1", "--json"}, 2, "", "--watch: for plain output alone\n"},
+        {{"--watch", "1", "metrics"}, 2, "", "--watch: for plain output alone\n"},
         {{"--json", "metrics"}, 2, "", "Usage: disk_info"},
         {{"--help"}, 0, "Usage: disk_info", ""},
         {{"--version"}, 0, "disk_info 1.", ""},

@@ -1,110 +1,145 @@
 // disk_info, the command: asks the service and prints what it says.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <ctime>
 #include <string>
+#include <vector>
 
+#include "explanation.h"
+#include "failures.h"
+#include "metrics.h"
 #include "plain_text.h"
 #include "query.h"
+#include "watch.h"
 
 namespace disk_info::client {
 namespace {
 
 enum ExitStatus { kAnswered = 0, kOutputFailed = 1, kUsage = 2, kServiceError = 3, kNoService = 4 };
 
-void complain(const std::string& message) {
-    std::fprintf(stderr, "disk_info: %s\n", message.c_str());
+struct Options {
+    Question question{"status", ""};
+    bool as_json = false;
+    unsigned watch_seconds = 0;  // 0: once
+};
+
+// What one asking comes to: for standard output, for standard error line by line, and the status.
+struct Outcome {
+    std::string text;
+    std::vector<std::string> complaints;
+    ExitStatus status = kAnswered;
+};
+
+std::string textOf(const Json& document, const Options& options) {
+    if (options.question.command == "metrics") return metricsText(document);
+    if (!options.as_json) return plainText(document, wantsDecoration());
+    return document.dump(2, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace) + "\n";
 }
 
-// The document of one sub-command.
-Json query(Service& service, const std::string& command, const std::string& partition) {
-    const bool all = command == "status";
-    Json document{{"schemaVersion", 1}};
-    if (all || command == "info") document["info"] = askInfo(service);
-    if (all || command == "health") document["health"] = askHealth(service);
-    if (all || command == "power") document["power"] = askPower(service);
-    if (command == "fs") document["filesystems"][partition] = askFilesystem(service, partition);
-    if (all) {
-        for (const char* name : {"userdata", "metadata"}) {
-            document["filesystems"][name] = askFilesystem(service, name);
-        }
-    }
-    return document;
-}
-
-bool complainOfError(const std::string& subject, const Json& answer) {
-    const std::string error = errorText(answer);
-    if (error.empty()) return false;
-    const bool refused = answer["error"]["kind"] == "exception";
-    complain(subject + ": " + error +
-             (refused ? "; the partitions served are userdata and metadata"
-                      : "; the data cannot be read, or it is a kind of disk that is not served"));
-    return true;
-}
-
-// One line on standard error for each call that failed; whether there was one.
-bool complainOfErrors(const Json& document) {
-    bool failed = false;
-    for (const auto& [key, answer] : document.items()) {
-        if (key != "filesystems") {
-            failed |= complainOfError(key, answer);
-            continue;
-        }
-        for (const auto& [partition, filesystem] : answer.items()) {
-            failed |= complainOfError("fs " + printable(partition), filesystem);
-        }
-    }
-    return failed;
-}
-
-int run(const std::string& command, const std::string& partition, bool as_json) {
-    Json document;
+Outcome askOnce(const Options& options) {
+    Outcome outcome;
     try {
-        document = query(*connect(), command, partition);
+        const Json document = ask(options.question, &outcome.complaints);
+        outcome.text = textOf(document, options);
+        for (const std::string& line : failures(document)) {
+            outcome.complaints.push_back(line);
+            outcome.status = kServiceError;
+        }
     } catch (const NoService& error) {
-        complain(error.what());
-        return kNoService;
+        outcome.complaints.emplace_back(error.what());
+        outcome.status = kNoService;
+        // A collector is to see that nothing was answered; people and programs read the status.
+        if (options.question.command == "metrics") {
+            outcome.text = textOf(unanswered(options.question), options);
+        }
     }
-    const std::string text =
-        as_json
-            ? document.dump(2, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace) + "\n"
-            : plainText(document);
-    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() ||
+    return outcome;
+}
+
+void complain(const std::string& message) {
+    (void)std::fprintf(stderr, "disk_info: %s\n", message.c_str());
+}
+
+// One redrawing: the time, then everything there is to say.
+std::string frame(const Options& options) {
+    const Outcome outcome = askOnce(options);
+    const std::time_t now = std::time(nullptr);
+    std::tm local = {};
+    char time[32] = "";
+    if (localtime_r(&now, &local) != nullptr) {
+        (void)std::strftime(time, sizeof time, "%F %T", &local);
+    }
+    std::string text = "disk_info " + options.question.command + ", every " +
+                       std::to_string(options.watch_seconds) + " s: " + time + "\n\n" +
+                       outcome.text;
+    for (const std::string& line : outcome.complaints) text += "disk_info: " + line + "\n";
+    return text;
+}
+
+int run(const Options& options) {
+    if (options.watch_seconds > 0) {
+        watch(options.watch_seconds, [&] { return frame(options); });
+        complain("cannot write the output");
+        return kOutputFailed;
+    }
+    const Outcome outcome = askOnce(options);
+    if (std::fwrite(outcome.text.data(), 1, outcome.text.size(), stdout) != outcome.text.size() ||
         std::fflush(stdout) != 0) {
         complain("cannot write the output");
         return kOutputFailed;
     }
-    return complainOfErrors(document) ? kServiceError : kAnswered;
+    for (const std::string& line : outcome.complaints) complain(line);
+    return outcome.status;
+}
+
+void describe(CLI::App& app, Options* options) {
+    app.set_version_flag("--version", "disk_info " DISK_INFO_VERSION);
+    app.footer(
+        "Exit status: 0 all answered; 1 the output cannot be written; 2 wrong usage; 3 the "
+        "service\n"
+        "answered with an error; 4 no service, no rights, or the connection broke.\n"
+        "disk_info(1) tells more.");
+    app.add_flag("--json", options->as_json, "Print one JSON document");
+    app.add_option("--watch", options->watch_seconds, "Ask again every SECONDS, until interrupted")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(1, 86400));
+    app.fallthrough();  // options may also follow the sub-command
+    app.add_subcommand("status", "All of the following (the default)");
+    app.add_subcommand("info", "Identity of the disk that holds the data partition");
+    app.add_subcommand("health", "Its wear and errors, and the verdict on them");
+    app.add_subcommand("power", "Its current power state");
+    app.add_subcommand("fs", "Error counters of an ext4 filesystem")
+        ->add_option("PARTITION", options->question.partition, "userdata or metadata")
+        ->required();
+    app.add_subcommand("metrics", "All of it as OpenMetrics text, for a collector");
+    app.require_subcommand(0, 1);
+}
+
+int wrongUsage(const CLI::App& app, const std::string& message) {
+    complain(message);
+    (void)std::fputs(app.help().c_str(), stderr);
+    return kUsage;
 }
 
 int main(int argc, char** argv) {
     CLI::App app("Shows what the storage built into this device says of itself.", "disk_info");
-    app.set_version_flag("--version", "disk_info " DISK_INFO_VERSION);
-    app.footer(
-        "Exit status: 0 all answered; 2 wrong usage; 3 the service answered with an error;\n"
-        "4 no service, or the connection broke.");
-    bool as_json = false;
-    std::string partition;
-    app.add_flag("--json", as_json, "Print one JSON document");
-    app.fallthrough();  // --json may also follow the sub-command
-    app.add_subcommand("status", "All of the following (the default)");
-    app.add_subcommand("info", "Identity of the disk that holds the data partition");
-    app.add_subcommand("health", "Its wear and errors");
-    app.add_subcommand("power", "Its current power state");
-    app.add_subcommand("fs", "Error counters of an ext4 filesystem")
-        ->add_option("PARTITION", partition, "userdata or metadata")
-        ->required();
-    app.require_subcommand(0, 1);
+    Options options;
+    describe(app, &options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
-        complain(printable(error.what()));
-        std::fputs(app.help().c_str(), stderr);
-        return kUsage;
+        return wrongUsage(app, printable(error.what()));
     }
     const auto chosen = app.get_subcommands();
-    return run(chosen.empty() ? "status" : chosen.front()->get_name(), partition, as_json);
+    if (!chosen.empty()) options.question.command = chosen.front()->get_name();
+    const bool is_metrics = options.question.command == "metrics";
+    if (options.as_json && is_metrics) return wrongUsage(app, "--json: metrics have one form");
+    if (options.watch_seconds > 0 && (options.as_json || is_metrics)) {
+        return wrongUsage(app, "--watch: for plain output alone");
+    }
+    return run(options);
 }
 
 }  // namespace

@@ -1,11 +1,18 @@
 #include "plain_text.h"
 
+#include <unistd.h>
+
 #include <algorithm>
-#include <cctype>
+#include <cmath>
+#include <cstdlib>
 #include <iomanip>
 #include <sstream>
 #include <utility>
 #include <vector>
+
+#include "assessment.h"
+#include "explanation.h"
+#include "failures.h"
 
 namespace disk_info::client {
 
@@ -17,57 +24,82 @@ struct Section {
     std::vector<Line> lines;
 };
 
-// "numberOfMediaErrors" is "Number of media errors"; acronyms and single letters stay capital.
-std::string label(const std::string& key) {
-    std::string words;
-    for (size_t i = 0; i < key.size(); ++i) {
-        const auto c = static_cast<unsigned char>(key[i]);
-        if (std::isupper(c) == 0) {
-            words += key[i];
-        } else {
-            words += ' ';
-            words += static_cast<char>(i + 1 == key.size() ? c : std::tolower(c));
-        }
+// The fields that are drawn, and the reading that fills the bar.
+const struct {
+    const char* field;
+    double full;
+} kBars[] = {
+    {"availableSpare", 100},
+    {"percentageUsed", 100},
+    {"deviceLifeTimeEstimationA", 10},
+    {"deviceLifeTimeEstimationB", 10},
+};
+constexpr size_t kBarWidth = 20;
+
+std::string coloured(const std::string& text, Verdict verdict) {
+    static constexpr std::array<const char*, 4> kColours{"", "\x1b[32m", "\x1b[33m", "\x1b[31m"};
+    const char* const colour = kColours[static_cast<size_t>(verdict)];
+    return *colour == '\0' || text.empty() ? text : colour + text + "\x1b[0m";
+}
+
+// "[#####...............] " or "" where there is nothing to draw.
+std::string bar(const Json& fields, const std::string& field, const Assessment& assessment) {
+    const auto* const drawn = std::find_if(std::begin(kBars), std::end(kBars),
+                                           [&](const auto& one) { return one.field == field; });
+    const auto value = reading(fields, field);
+    if (drawn == std::end(kBars) || !value) return "";
+    const double part = std::clamp(*value / drawn->full, 0.0, 1.0);
+    const auto filled = static_cast<size_t>(std::lround(part * kBarWidth));
+    Verdict worst = Verdict::kOk;
+    for (const Finding& finding : assessment.findings) {
+        if (finding.field == field) worst = std::max(worst, finding.verdict);
     }
-    const bool acronym = words.starts_with("ufs ") || words.starts_with("ffu ");
-    std::transform(words.begin(), words.begin() + (acronym ? 3 : 1), words.begin(), ::toupper);
-    return words;
+    return "[" + coloured(std::string(filled, '#'), worst) + std::string(kBarWidth - filled, '.') +
+           "] ";
 }
 
-std::string valueText(const Json& value) {
-    if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
-    if (!value.is_string()) return value.dump();
-    std::string text = value.get<std::string>();
-    // Identity texts come padded with blanks, which nobody can see.
-    text.erase(text.find_last_not_of(' ') + 1);
-    return text.empty() ? "-" : printable(text);
+std::string verdictText(const Assessment& assessment, bool decorated) {
+    const std::string name = kVerdictNames[static_cast<size_t>(assessment.verdict)];
+    std::string text = decorated ? coloured(name, assessment.verdict) : name;
+    const char* separator = ": ";
+    for (const std::string& reason : assessment.reasons) {
+        text += std::exchange(separator, "; ") + reason;
+    }
+    return text;
 }
 
-Section section(const std::string& heading, const Json& answer) {
+Section section(const std::string& heading, const Json& answer, bool decorated) {
     if (answer.is_null()) return {heading, {{"Result", "none"}}};
     if (const std::string error = errorText(answer); !error.empty()) {
         return {heading, {{"Not available", error}}};
     }
-    const bool is_disk = answer.contains("nvme") || answer.contains("ufs");
-    const Json& fields = is_disk ? answer.front() : answer;
+    const Json& fields = *fieldsOf(answer);
+    const Assessment assessment = assess(answer);
     Section result{heading, {}};
     for (const auto& [key, value] : fields.items()) {
+        const std::string name = label(key);
         // The exact text of a large number stands beside the number for JSON readers alone.
-        if (!key.ends_with("_s")) result.lines.emplace_back(label(key), valueText(value));
+        if (name.empty() || key.ends_with("_s")) continue;
+        const std::string drawn = decorated ? bar(fields, key, assessment) : "";
+        result.lines.emplace_back(name, drawn + words(fields, key));
     }
     return result;
 }
 
-std::vector<Section> sections(const Json& document) {
+std::vector<Section> sections(const Json& document, bool decorated) {
     std::vector<Section> result;
     for (const auto& [key, answer] : document.items()) {
-        if (key == "schemaVersion") continue;
-        if (key != "filesystems") {
-            result.push_back(section(label(key), answer));
+        if (key == "schemaVersion" || key == "assessment") continue;
+        if (key == "filesystems") {
+            for (const auto& [partition, filesystem] : answer.items()) {
+                result.push_back(
+                    section("Filesystem " + printable(partition), filesystem, decorated));
+            }
             continue;
         }
-        for (const auto& [partition, filesystem] : answer.items()) {
-            result.push_back(section("Filesystem " + printable(partition), filesystem));
+        result.push_back(section(label(key), answer, decorated));
+        if (key == "health") {
+            result.back().lines.emplace_back("Verdict", verdictText(assess(answer), decorated));
         }
     }
     return result;
@@ -75,20 +107,8 @@ std::vector<Section> sections(const Json& document) {
 
 }  // namespace
 
-std::string printable(const std::string& text) {
-    const std::string quoted =
-        Json(text).dump(-1, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace);
-    return quoted.substr(1, quoted.size() - 2);
-}
-
-std::string errorText(const Json& answer) {
-    if (!answer.is_object() || !answer.contains("error")) return "";
-    const Json& error = answer["error"];
-    return error["kind"].get<std::string>() + " error " + error["code"].dump();
-}
-
-std::string plainText(const Json& document) {
-    const std::vector<Section> all = sections(document);
+std::string plainText(const Json& document, bool decorated) {
+    const std::vector<Section> all = sections(document, decorated);
     size_t width = 0;
     for (const Section& one : all) {
         for (const auto& [name, value] : one.lines) width = std::max(width, name.size());
@@ -104,6 +124,11 @@ std::string plainText(const Json& document) {
         }
     }
     return text.str();
+}
+
+bool wantsDecoration() {
+    const char* const refused = std::getenv("NO_COLOR");
+    return isatty(STDOUT_FILENO) != 0 && (refused == nullptr || *refused == '\0');
 }
 
 }  // namespace disk_info::client

@@ -1,20 +1,17 @@
-// The document for people: aligned "Name: value" lines. Texts that a disk says are hostile: bytes
-// that are no UTF-8 are replaced, and everything beyond printable ASCII is escaped as in JSON.
+// The document for people: aligned "Name: words" lines, a headed section a call where it holds
+// more than one, the verdict at the end of the health.
 #pragma once
 
 #include <string>
 
-#include "query.h"
+#include "json.h"
 
 namespace disk_info::client {
 
-// The whole document, a headed section a call where it holds more than one.
-std::string plainText(const Json& document);
+// Decorated: wear and spare as bars, these and the verdict in colour.
+std::string plainText(const Json& document, bool decorated);
 
-// One answer as its error in words, or "" where it is none.
-std::string errorText(const Json& answer);
-
-// `text` as it may stand on a terminal.
-std::string printable(const std::string& text);
+// Whether standard output is a terminal whose user does not refuse colour (NO_COLOR).
+bool wantsDecoration();
 
 }  // namespace disk_info::client

@@ -1,0 +1,170 @@
+// What the command makes of answers: words, the verdict, bars and metrics.
+#include <client/assessment.h>
+#include <client/explanation.h>
+#include <client/metrics.h>
+#include <client/plain_text.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace disk_info::client {
+namespace {
+
+TEST(CommandTextTest, FieldsReadInWords) {
+    const struct {
+        const char* fields;  // the first one is meant
+        const char* want;
+    } cases[] = {
+        {R"({"deviceLifeTimeEstimationA": "0x00"})", "not reported"},
+        {R"({"deviceLifeTimeEstimationA": "0x01"})", "0 % to 10 % used"},
+        {R"({"deviceLifeTimeEstimationB": "0x0A"})", "90 % to 100 % used"},
+        {R"({"deviceLifeTimeEstimationB": "0x0b"})", "beyond its expected life"},
+        {R"({"deviceLifeTimeEstimationB": "0x0C"})", "not reported"},
+        {R"({"deviceLifeTimeEstimationB": ""})", "not reported"},
+        {R"({"preEndOfLifeInfo": "0x00"})", "not reported"},
+        {R"({"preEndOfLifeInfo": "0x02"})", "warning, 80 % of the reserved blocks are used"},
+        {R"({"preEndOfLifeInfo": "0x03"})", "urgent"},
+        {R"({"preEndOfLifeInfo": "0x04"})", "not reported"},
+        {R"({"criticalWarning": 0})", "none"},
+        {R"({"criticalWarning": 72})", "the media is read-only; bit 6"},
+        {R"({"availableSpare": 0, "availableSpareThreshold": 0, "criticalWarning": 2})",
+         "not reported"},
+        {R"({"availableSpare": 0, "availableSpareThreshold": 0, "criticalWarning": 1})", "0 %"},
+        {R"({"availableSpareThreshold": 0, "availableSpare": 7})", "0 %"},
+        {R"({"percentageUsed": 100})", "100 %"},
+        {R"({"percentageUsed": 101})", "101 %, beyond its expected life"},
+        {R"({"dataUnitsWritten": 0})", "not reported"},
+        {R"({"dataUnitsWritten": 1999})", "1.0 GB"},
+        {R"({"dataUnitsWritten": 18446744073709551615})", "9444733.0 EB"},
+        {R"({"size": 256060514304})", "256.1 GB (238.5 GiB)"},
+        {R"({"size": 0})", "not reported"},
+        {R"({"specVersion": 784})", "3.1"},
+        {R"({"specVersion": 545})", "2.2.1"},
+        {R"({"versionMajor": 1, "versionMinor": 4, "versionTertiary": 2})", "1.4.2"},
+        {R"({"versionMajor": 0, "versionMinor": 0, "versionTertiary": 0})", "not reported"},
+        {R"({"ffuSupport": false, "type": "NVMe"})", "no"},
+        {R"({"ffuSupport": false, "type": ""})", "not reported"},
+        {R"({"ffuSupport": false, "type": "UFS", "extendedFeatureSupport": ""})", "not reported"},
+        {R"({"provisioningType": 3, "type": "UFS"})", "thin, discarded blocks read as zeros"},
+        {R"({"writeBoosterEnabled": false, "writeBoosterSupport": 0})", "-"},
+        {R"({"writeBoosterEnabled": false, "writeBoosterSupport": 1})", "no"},
+        {R"({"writeBoosterBufferType": 0, "writeBoosterSupport": 1})",
+         "dedicated to a logical unit"},
+        {R"({"writeBoosterFraction": 0.125})", "12.5 % of the disk"},
+        {R"({"discardReadValue": "1"})", "all bytes 0xFF"},
+        {R"({"discardReadValue": "undefined"})", "not reported"},
+        {R"({"currentPowerState": -1})", "not reported"},
+        {R"({"isOperational": false, "currentPowerState": -1})", "not reported"},
+        {R"({"isActive": false, "linkState": ""})", "not reported"},
+        {R"({"lastErrorCode": 4, "errorCount": 1})", "bad checksum"},
+        {R"({"lastErrorCode": 0, "errorCount": 0})", "-"},
+        {R"({"modelNumber": "QEMU   "})", "QEMU"},
+        {R"({"modelNumber": "   "})", "not reported"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.fields);
+        const Json fields = Json::parse(c.fields);
+        EXPECT_EQ(words(fields, fields.begin().key()), c.want);
+    }
+}
+
+TEST(CommandTextTest, EachLimitTellsItsVerdict) {
+    const struct {
+        const char* health;
+        Verdict verdict;
+        const char* reason;  // part of the first one
+    } cases[] = {
+        {R"({"error": {"kind": "service", "code": -1}})", Verdict::kUnknown, "could not be read"},
+        {"null", Verdict::kUnknown, "could not be read"},
+        {R"({"ufs": {"preEndOfLifeInfo": "0x00", "deviceLifeTimeEstimationA": ""}})",
+         Verdict::kUnknown, "nothing to judge"},
+        {R"({"ufs": {"preEndOfLifeInfo": "0x01"}})", Verdict::kOk, "nothing"},
+        {R"({"ufs": {"preEndOfLifeInfo": "0x02"}})", Verdict::kWatch, "Reserved blocks: warning"},
+        {R"({"ufs": {"preEndOfLifeInfo": "0x03"}})", Verdict::kFailing, "Reserved blocks: urgent"},
+        {R"({"ufs": {"deviceLifeTimeEstimationA": "0x09"}})", Verdict::kOk, "nothing"},
+        {R"({"ufs": {"deviceLifeTimeEstimationA": "0x0A"}})", Verdict::kWatch, "90 % to 100 %"},
+        {R"({"ufs": {"deviceLifeTimeEstimationB": "0x09"}})", Verdict::kOk, "nothing"},
+        {R"({"ufs": {"deviceLifeTimeEstimationB": "0x0B"}})", Verdict::kWatch, "estimation B: bey"},
+        {R"({"nvme": {"percentageUsed": 89}})", Verdict::kOk, "nothing"},
+        {R"({"nvme": {"percentageUsed": 90}})", Verdict::kWatch, "Expected life used: 90 %"},
+        {R"({"nvme": {"percentageUsed": 255}})", Verdict::kWatch, "255 %, beyond"},
+        {R"({"nvme": {"numberOfMediaErrors": 0}})", Verdict::kOk, "nothing"},
+        {R"({"nvme": {"numberOfMediaErrors": 1}})", Verdict::kWatch, "Media errors: 1"},
+        {R"({"nvme": {"availableSpare": 11, "availableSpareThreshold": 10}})", Verdict::kOk, ""},
+        {R"({"nvme": {"availableSpare": 10, "availableSpareThreshold": 10}})", Verdict::kWatch,
+         "Available spare: 10 %, down to its threshold of 10 %"},
+        {R"({"nvme": {"availableSpare": 9, "availableSpareThreshold": 10}})", Verdict::kFailing,
+         "Available spare: 9 %, below its threshold of 10 %"},
+        {R"({"nvme": {"availableSpare": 100, "availableSpareThreshold": 100}})", Verdict::kOk, ""},
+        {R"({"nvme": {"availableSpare": 0, "availableSpareThreshold": 0, "criticalWarning": 0}})",
+         Verdict::kOk, "nothing"},
+        {R"({"nvme": {"criticalWarning": 1}})", Verdict::kFailing, "spare is below"},
+        {R"({"nvme": {"criticalWarning": 2}})", Verdict::kWatch, "temperature"},
+        {R"({"nvme": {"criticalWarning": 4}})", Verdict::kFailing, "reliability"},
+        {R"({"nvme": {"criticalWarning": 8}})", Verdict::kFailing, "media is read-only"},
+        {R"({"nvme": {"criticalWarning": 16}})", Verdict::kFailing, "volatile memory"},
+        {R"({"nvme": {"criticalWarning": 32}})", Verdict::kWatch, "persistent memory"},
+        {R"({"nvme": {"criticalWarning": 64}})", Verdict::kWatch, "bit 6"},
+        {R"({"nvme": {"criticalWarning": 12, "percentageUsed": 99}})", Verdict::kFailing, "reliab"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.health);
+        const Assessment got = assess(Json::parse(c.health));
+        EXPECT_EQ(got.verdict, c.verdict);
+        EXPECT_NE(got.reasons.at(0).find(c.reason), std::string::npos) << got.reasons.at(0);
+    }
+}
+
+TEST(CommandTextTest, BarsAreFilledAndColouredByTheirOwnFindings) {
+    const Json document = Json::parse(R"({"health": {"nvme": {"availableSpare": 5,
+        "availableSpareThreshold": 10, "percentageUsed": 130, "criticalWarning": 0}}})");
+    EXPECT_EQ(plainText(document, true),
+              "Available spare:           [\x1b[31m#\x1b[0m...................] 5 %\n"
+              "Available spare threshold: 10 %\n"
+              "Expected life used:        [\x1b[33m####################\x1b[0m] 130 %, beyond its "
+              "expected life\n"
+              "Critical warning:          none\n"
+              "Verdict:                   \x1b[31mfailing\x1b[0m: Available spare: 5 %, below its "
+              "threshold of 10 %; Expected life used: 130 %, beyond its expected life\n");
+}
+
+TEST(CommandTextTest, MetricsSayWhatIsReportedInBaseUnits) {
+    const Json document = Json::parse(R"({
+        "info": {"ufs": {"type": "UFS", "vendor": "a\"b\\c\nd", "modelNumber": "", "size": 5}},
+        "health": {"ufs": {"preEndOfLifeInfo": "0x00", "deviceLifeTimeEstimationA": "0x04",
+                           "deviceLifeTimeEstimationB": "0x00",
+                           "totalNumberOfErrors": 18446744073709551615}},
+        "power": {"error": {"kind": "service", "code": -1}},
+        "filesystems": {"userdata": null}})");
+    EXPECT_EQ(metricsText(document), R"(# TYPE disk_info_up gauge
+# HELP disk_info_up Whether the service answered the call.
+disk_info_up{call="info"} 1
+disk_info_up{call="health"} 1
+disk_info_up{call="power"} 0
+disk_info_up{call="fs_userdata"} 0
+# TYPE disk_info_identity_info gauge
+# HELP disk_info_identity_info The disk behind the data partition.
+disk_info_identity_info{type="UFS",vendor="a\\\"b\\\\c\\nd"} 1
+# TYPE disk_info_size_bytes gauge
+# UNIT disk_info_size_bytes bytes
+# HELP disk_info_size_bytes Size of the disk.
+disk_info_size_bytes 5
+# TYPE disk_info_verdict gauge
+# HELP disk_info_verdict 1 for the verdict on the disk, 0 for the others.
+disk_info_verdict{verdict="unknown"} 0
+disk_info_verdict{verdict="ok"} 1
+disk_info_verdict{verdict="watch"} 0
+disk_info_verdict{verdict="failing"} 0
+# TYPE disk_info_life_used_ratio gauge
+# UNIT disk_info_life_used_ratio ratio
+# HELP disk_info_life_used_ratio Share of the expected life used, may exceed 1; of a UFS disk the lower end of what it tells.
+disk_info_life_used_ratio{estimation="a"} 0.3
+# TYPE disk_info_io_errors counter
+# HELP disk_info_io_errors Requests to a UFS disk that ended with an error.
+disk_info_io_errors_total 18446744073709551616
+# EOF
+)");
+}
+
+}  // namespace
+}  // namespace disk_info::client
