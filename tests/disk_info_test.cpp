@@ -106,12 +106,13 @@ TEST_F(DiskInfoTest, UnknownKindSaysThatItReportsNothing) {
         EXPECT_TRUE(disk->DumpInfo());
         EXPECT_TRUE(disk->DumpHealthInfo());
         EXPECT_TRUE(disk->DumpFilesystemInfo());
-        EXPECT_EQ(testing::internal::GetCapturedStdout(),
-                  "Power info not supported yet for this device type: " + name +
-                      "\nDisk info not supported yet for this device type: " + name +
-                      "\nDumpHealthInfo not implemented for this disk type\n"
-                      "Filesystem info not supported for this partition type: " +
-                      name + "\n");
+        const testing::Message lines =
+            testing::Message() << "Power info not supported yet for this device type: " << name
+                               << "\nDisk info not supported yet for this device type: " << name
+                               << "\nDumpHealthInfo not implemented for this disk type\n"
+                               << "Filesystem info not supported for this partition type: " << name
+                               << "\n";
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), lines.GetString());
         EXPECT_EQ(disk->GetDiscardReadValue(), "undefined");
     }
 }

@@ -89,6 +89,7 @@ TEST(UfsInfoTest, FilesAreReadInOrder) {
     EXPECT_EQ(ufs.GetUfsControllerId().type, "UFS");
     EXPECT_TRUE(ufs.GetUfsHealthInfo().has_value());
     std::vector<std::string> paths;
+    paths.reserve(kFiles.size());
     for (const auto& [path, content] : kFiles) paths.push_back(path);
     paths.pop_back();
     EXPECT_EQ(ufs.reads, paths);
