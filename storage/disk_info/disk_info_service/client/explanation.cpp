@@ -31,7 +31,7 @@ double numberAt(const Json& fields, const char* field) {
 }
 
 bool emptyText(const Json& fields, const char* field) {
-    return fields.contains(field) && fields[field] == "";
+    return fields.value(field, "-").empty();
 }
 
 std::string format(const char* pattern, double value) {
@@ -272,7 +272,7 @@ std::string words(const Json& fields, const std::string& field) {
     if (!reported(fields, field)) return rule.missing;
     const Json& value = fields[field];
     if (rule.words != nullptr) return rule.words(fields, value);
-    if (const std::string named = namedValue(field, value); !named.empty()) return named;
+    if (std::string named = namedValue(field, value); !named.empty()) return named;
     if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
     return value.is_string() ? printable(value.get<std::string>()) : value.dump();
 }

@@ -16,12 +16,11 @@ const struct {
     {"reply", "the reply is not understood; the package disk-info wants an update"},
 };
 
-void addFailure(const std::string& subject, const Json& answer, std::vector<std::string>* lines) {
+void addFailure(std::string subject, const Json& answer, std::vector<std::string>* lines) {
     const std::string error = errorText(answer);
-    if (error.empty()) return;
     for (const auto& [kind, advice] : kAdvice) {
-        if (answer["error"]["kind"] == kind)
-            lines->push_back(subject + ": " + error + "; " + advice);
+        if (error.empty() || answer["error"]["kind"] != kind) continue;
+        lines->push_back(subject.append(": ").append(error).append("; ").append(advice));
     }
 }
 

@@ -109,7 +109,9 @@ class Samples {
             all += "# TYPE " + name + " " + family.type + "\n";
             if (*family.unit != '\0') all += "# UNIT " + name + " " + family.unit + "\n";
             all += "# HELP " + name + " " + family.help + "\n";
-            for (const std::string& sample : found->second) all += name + suffix + sample + "\n";
+            for (const std::string& sample : found->second) {
+                all.append(name).append(suffix).append(sample).append("\n");
+            }
         }
         return all + "# EOF\n";
     }
