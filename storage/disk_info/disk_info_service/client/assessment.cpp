@@ -1,7 +1,6 @@
 #include "assessment.h"
 
 #include <algorithm>
-#include <cmath>
 #include <optional>
 
 #include "explanation.h"

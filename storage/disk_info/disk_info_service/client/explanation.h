@@ -7,7 +7,6 @@
 #include <array>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include "json.h"
 
