@@ -24,9 +24,11 @@ void Destroy(void*) {
     ++destroyed;
 }
 
-// Answers twice the request's number; code 9 fails after it has written something.
+// Answers twice the request's number; code 9 fails after it has written something, and code 10
+// with what is no status.
 binder_status_t Double(AIBinder*, transaction_code_t code, const AParcel* request, AParcel* reply) {
     int32_t number = 0;
+    if (code == 10) return 1;
     if (binder_status_t status = AParcel_readInt32(request, &number)) return status;
     if (binder_status_t status = AParcel_writeInt32(reply, number * 2)) return status;
     return code == 9 ? STATUS_UNKNOWN_TRANSACTION : STATUS_OK;
@@ -69,28 +71,37 @@ TEST_F(BinderTest, UserDataLivesAsLongAsStrongReferences) {
 TEST_F(BinderTest, PromotionRacesWithTheLastRelease) {
     for (int round = 0; round < 200; ++round) {
         StrongBinder last(AIBinder_new(Class(), nullptr));
+        std::atomic<int> ready{0};
         std::vector<std::thread> threads;
         for (int i = 0; i < 3; ++i) {
-            threads.emplace_back([weak = AIBinder_Weak_new(last.get())] {
-                while (StrongBinder alive{AIBinder_Weak_promote(weak)}) {
-                    EXPECT_EQ(AIBinder_getUserData(alive.get()), nullptr);
+            threads.emplace_back([&ready, round, weak = WeakBinder(AIBinder_Weak_new(last.get()))] {
+                ++ready;
+                // Bounded: together the threads could keep the object alive for very long.
+                for (int attempt = 0; attempt < 100; ++attempt) {
+                    const StrongBinder alive(AIBinder_Weak_promote(weak.get()));
+                    if (!alive) break;
+                    EXPECT_EQ(destroyed, round);
                 }
-                AIBinder_Weak_delete(weak);
             });
         }
+        while (ready < 3) std::this_thread::yield();
         last = StrongBinder();
         for (std::thread& thread : threads) thread.join();
+        EXPECT_EQ(destroyed, round + 1);
     }
-    EXPECT_EQ(created, 201);
-    EXPECT_EQ(destroyed, 200);
 }
 
 TEST_F(BinderTest, TransactionsTakeTheRequestAndGiveAReplyOrAStatus) {
     const struct {
         transaction_code_t code;
         bool with_number;
+        binder_flags_t flags;
         binder_status_t status;
-    } cases[] = {{1, true, STATUS_OK}, {1, false, STATUS_NOT_ENOUGH_DATA}, {9, true, -74}};
+    } cases[] = {{1, true, 0, STATUS_OK},
+                 {1, false, 0, STATUS_NOT_ENOUGH_DATA},
+                 {1, true, 1, STATUS_BAD_VALUE},
+                 {9, true, 0, -74},
+                 {10, true, 0, STATUS_UNKNOWN_ERROR}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.status);
         ScopedParcel request, reply;
@@ -98,7 +109,7 @@ TEST_F(BinderTest, TransactionsTakeTheRequestAndGiveAReplyOrAStatus) {
         if (c.with_number) {
             ASSERT_EQ(AParcel_writeInt32(request.get(), 21), STATUS_OK);
         }
-        EXPECT_EQ(AIBinder_transact(binder_.get(), c.code, request.slot(), reply.slot(), 0),
+        EXPECT_EQ(AIBinder_transact(binder_.get(), c.code, request.slot(), reply.slot(), c.flags),
                   c.status);
         EXPECT_FALSE(request);
         ASSERT_EQ(bool(reply), c.status == STATUS_OK);

@@ -37,7 +37,7 @@ int64_t NowMs() {
 // Nothing is logged, since whatever a peer can cause it can cause a million times.
 //
 // With every place taken the listener is left alone, so that newcomers wait in its queue. If one
-// waits after 10 seconds, those who asked nothing in that time lose their place.
+// waits after 10 seconds, those who asked nothing in the meantime lose their place.
 class Server {
   public:
     explicit Server(const Registration& registration)
@@ -52,7 +52,7 @@ class Server {
   private:
     struct Connection {
         UniqueFd fd;
-        bool asked = false;  // something since the last look at who is silent
+        bool asked = false;  // since the last place was taken, or the last look at who is silent
     };
 
     bool Watch(int operation, int fd, uint32_t number, uint32_t events);
@@ -113,9 +113,11 @@ void Server::Accept() {
         std::ranges::find_if(connections_, [](const Connection& c) { return !c.fd; });
     const auto number = uint32_t(place - connections_.begin());
     if (!Watch(EPOLL_CTL_ADD, fd.get(), number, EPOLLIN)) return;
-    *place = {std::move(fd), true};
+    place->fd = std::move(fd);
     leave_at_ms_ = kNever;
-    if (++count_ == kMaxConnections) Pause(NowMs() + kIdleMs);
+    if (++count_ < kMaxConnections) return;
+    for (Connection& connection : connections_) connection.asked = false;
+    Pause(NowMs() + kIdleMs);
 }
 
 void Server::Serve(uint32_t number) {
