@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <logging/logging.h>
 #include <private_root.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -76,6 +78,21 @@ TEST_F(LoggingTest, ForeignTextStaysOnItsLine) {
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 MatchesRegex("ERROR Tag tests/logging_test.cpp:[0-9]+: "
                              "a\\\\nERROR b\\\\x0d\\\\x1b\\[2J\\\\x7f\n"));
+}
+
+TEST_F(LoggingTest, ALogDaemonGetsPriorityTagPlaceAndText) {
+    ASSERT_NO_FATAL_FAILURE(EnterPrivateRoot());
+    const int daemon = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un address{AF_UNIX, "/dev/log"};
+    ASSERT_EQ(bind(daemon, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    logging::InitLogging(nullptr, logging::LogdLogger(logging::MAIN));
+    LOG(ERROR) << "a\nb";
+    char record[256] = {};
+    EXPECT_GT(recv(daemon, record, sizeof record - 1, MSG_DONTWAIT), 0);
+    EXPECT_THAT(record, MatchesRegex("<27>.* Tag\\[[0-9]+\\]: tests/logging_test.cpp:[0-9]+: "
+                                     "a\\\\nb"));
+    close(daemon);
+    unlink("/dev/log");
 }
 
 TEST_F(LoggingTest, FatalRecordsRunTheAborter) {
