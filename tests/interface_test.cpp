@@ -132,22 +132,6 @@ TEST_F(Dispatch, APartitionThatCannotBeReadIsNotAskedFor) {
     EXPECT_EQ(service_->calls, 0);
 }
 
-TEST_F(Dispatch, APartitionKeepsItsEmbeddedNul) {
-    ASSERT_EQ(AParcel_writeString(request_.get(), "us\0data", 7), STATUS_OK);
-    EXPECT_EQ(send(4), STATUS_OK);
-    EXPECT_EQ(service_->asked_partition, std::string("us\0data", 7));
-}
-
-TEST_F(Dispatch, AReplyThatDoesNotFitEndsTheTransaction) {
-    ScopedParcel reply(AParcel_create());
-    const std::string filler(64 * 1024 - 4 - 4 - 8, 'x');  // length word, NUL with padding, 8 left
-    ASSERT_EQ(AParcel_writeData(reply.get(), filler), STATUS_OK);
-    for (const transaction_code_t code : {1U, 0xfffffeU}) {
-        EXPECT_EQ(BnDiskInfoService::onTransact(binder_.get(), code, request_.get(), reply.get()),
-                  STATUS_NO_MEMORY);
-    }
-}
-
 TEST_F(Dispatch, TheHashIsThatOfTheDefinitionText) {
     std::FILE* sum = popen("sha1sum " DEFINITION_FILE, "r");
     ASSERT_NE(sum, nullptr);

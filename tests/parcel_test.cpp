@@ -82,16 +82,6 @@ TEST(Parcel, RefusedWritesChangeNothing) {
     }
 }
 
-TEST(Parcel, WritesAtAnEarlierPositionReplace) {
-    const ScopedParcel parcel = ParcelOf({-1, -1, -1});
-    AParcel_setDataPosition(parcel.get(), 4);
-    EXPECT_EQ(AParcel_writeString(parcel.get(), "z", 1), STATUS_OK);
-    EXPECT_EQ(HexOf(WordsOf(parcel.get())), "ffffffff 01000000 7a000000");
-    AParcel_setDataPosition(parcel.get(), 8);
-    EXPECT_EQ(AParcel_writeInt64(parcel.get(), 2), STATUS_OK);
-    EXPECT_EQ(HexOf(WordsOf(parcel.get())), "ffffffff 01000000 02000000 00000000");
-}
-
 TEST(Parcel, PositionsStayWithinTheData) {
     const ScopedParcel parcel = ParcelOf({1, 2});
     for (const int32_t position : {8, 4, 0}) {

