@@ -145,15 +145,4 @@ TEST_F(BinderTest, HooksAreTheClassesOwn) {
     }
 }
 
-TEST_F(BinderTest, NullIsRefusedOrIgnored) {
-    EXPECT_EQ(AIBinder_Class_define(nullptr, Create, Destroy, Double), nullptr);
-    EXPECT_EQ(AIBinder_Class_define("d", nullptr, Destroy, Double), nullptr);
-    EXPECT_EQ(AIBinder_Class_define("d", Create, nullptr, Double), nullptr);
-    EXPECT_EQ(AIBinder_Class_define("d", Create, Destroy, nullptr), nullptr);
-    AIBinder_decStrong(nullptr);
-    AIBinder_Weak_delete(nullptr);
-    AParcel_delete(nullptr);
-    AStatus_delete(nullptr);
-}
-
 }  // namespace

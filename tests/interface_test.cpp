@@ -156,28 +156,6 @@ TEST_F(Dispatch, DumpAndShellCommandReachTheServiceAndSayNothing) {
     EXPECT_EQ(binder::ICInterfaceData::handleShellCommand(nullptr, -1, -1, -1, nullptr, 0), -32);
 }
 
-TEST(Proxy, GivesWhatTheServiceGave) {
-    const auto service = SharedRefBase::make<ScriptedService>();
-    const auto proxy = SharedRefBase::make<BpDiskInfoService>(service->asBinder());
-    std::optional<DiskInfoParcel> info;
-    std::optional<DiskHealthParcel> health;
-    std::optional<DiskPowerParcel> power;
-    std::optional<FilesystemInfoParcel> filesystem;
-    ASSERT_TRUE(proxy->getDiskInfo(&info).isOk());
-    ASSERT_TRUE(proxy->getDiskHealth(&health).isOk());
-    ASSERT_TRUE(proxy->getDiskPower(&power).isOk());
-    ASSERT_TRUE(proxy->getFilesystemInfo("metadata", &filesystem).isOk());
-    EXPECT_EQ(info->nvme()->size, 99);
-    EXPECT_EQ(health->ufs()->totalNumberOfErrors, 4);
-    EXPECT_EQ(power->nvme()->currentPowerState, 5);
-    EXPECT_EQ(filesystem, (FilesystemInfoParcel{1, "fn", 5, "/sys"}));
-
-    service->service_error = -1;
-    const ScopedStatus status = proxy->getDiskPower(&power);
-    EXPECT_EQ(AStatus_getServiceSpecificError(status.get()), -1);
-    EXPECT_TRUE(power.has_value());
-}
-
 TEST(Proxy, AMalformedReplyIsAnErrorAndNoResult) {
     static std::vector<int32_t> rubbish;
     static AIBinder_Class* const clazz = AIBinder_Class_define(
@@ -194,7 +172,6 @@ TEST(Proxy, AMalformedReplyIsAnErrorAndNoResult) {
                                           {EX_SERVICE_SPECIFIC},
                                           {EX_TRANSACTION_FAILED},
                                           {0},
-                                          {0, 7},
                                           {0, 1},
                                           {0, 1, 2, 1, 12, 5, 1},
                                           {0, 1, 0, 0, 12, 5, 1},

@@ -62,7 +62,6 @@ TEST_F(TransportTest, MalformedMessagesCostTheirConnectionAlone) {
     } cases[] = {
         {"good", "BirQ\1\0\0\0\4\0\0\0\x15\0\0\0"s, "BirP\0\0\0\0\4\0\0\0\x2a\0\0\0"s},
         {"no data", "BirQ\1\0\0\0\0\0\0\0"s, "BirP\xc3\xff\xff\xff\0\0\0\0"s},
-        {"highest code", "BirQ\xff\xff\xff\xff\0\0\0\0"s, "BirP\xb6\xff\xff\xff\0\0\0\0"s},
         {"short header", "BirQ\1\0\0\0\0\0\0"s, ""},
         {"empty", "", ""},
         {"a reply", "BirP\1\0\0\0\4\0\0\0\x15\0\0\0"s, ""},
@@ -73,7 +72,6 @@ TEST_F(TransportTest, MalformedMessagesCostTheirConnectionAlone) {
         {"largest", "BirQ\1\0\0\0\0\0\1\0\x15"s + std::string(65535, '\0'),
          "BirP\0\0\0\0\4\0\0\0\x2a\0\0\0"s},
         {"one byte more", "BirQ\1\0\0\0\1\0\1\0\x15"s + std::string(65536, '\0'), ""},
-        {"one byte cut off", "BirQ\1\0\0\0\0\0\1\0\x15"s + std::string(65536, '\0'), ""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
