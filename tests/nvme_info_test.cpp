@@ -109,6 +109,7 @@ TEST_F(NvmeInfoTest, CallersLengthAndNumberReachTheCommand) {
     driver_.ExpectCommand(0x02, 0xFFFFFFFF, 0x03FF0081, 4096, {.data = {0x5A}});
     EXPECT_EQ(nvme_.GetNvmeLogPage(buffer, 4096, 0x81), 0);
     EXPECT_EQ(buffer[0], 0x5A);
+    buffer[0] = 0;
     driver_.ExpectNamespaceId({.result = 9});
     driver_.ExpectCommand(0x06, 9, 0x00010012, 1024, {.data = {0xA5}});
     EXPECT_EQ(nvme_.GetNvmeIdentifyData(buffer, 1024, 0x00010012), 0);
