@@ -1,17 +1,6 @@
-# Starting and stopping the daemon in the guest. Its log records go to the console.
-# shellcheck shell=dash disable=SC2034
-
-socket=/run/binder/com.quendar.tavisk.disk_info.IDiskInfoService/default
-
-# Polls "$@" for up to a minute. Its status: whether it came true.
-wait_until() {
-  tries=0
-  until "$@"; do
-    tries=$((tries + 1))
-    [ "$tries" -lt 300 ] || return 1
-    sleep 0.2
-  done
-}
+# Starting and stopping the daemon in the small guest. Its log records go to the console.
+# shellcheck shell=dash disable=SC1091,SC2034,SC2154
+. /checks.sh
 
 start_service() {
   disk_info_service >/dev/console 2>&1 &

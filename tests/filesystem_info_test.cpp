@@ -55,8 +55,6 @@ TEST_F(FilesystemInfoTest, LinkNamesTheFilesystem) {
         {"metadata", kUserdata, "dm-5",
          "Error reading symlink /dev/block/by-name/metadata: No such file or directory\n" + lost},
         {"USERdata", kUserdata, "dm-5", "sysfs path not supported for USERdata\n"},
-        {"userdata1", kUserdata, "dm-5", "sysfs path not supported for userdata1\n"},
-        {"data", kUserdata, "dm-5", "sysfs path not supported for data\n"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.partition) + " -> " + c.target);

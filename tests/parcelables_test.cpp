@@ -144,16 +144,6 @@ TEST(Parcelables, FieldsThatAreNotThereKeepTheirDefaults) {
     EXPECT_EQ(read.errorCount, 7);
 }
 
-TEST(Parcelables, AUnionChangesItsArmByAssignment) {
-    DiskPowerParcel power(kNvmePower);
-    EXPECT_EQ(power.getTag(), DiskPowerParcel::Tag::nvme);
-    power = DiskPowerParcel(kUfsPower);
-    EXPECT_EQ(power.getTag(), DiskPowerParcel::Tag::ufs);
-    ASSERT_NE(power.ufs(), nullptr);
-    EXPECT_EQ(*power.ufs(), kUfsPower);
-    EXPECT_EQ(power.nvme(), nullptr);
-}
-
 TEST(Parcelables, AnAbsentResultIsOneZero) {
     ScopedParcel parcel(AParcel_create());
     std::optional<NvmePowerInfoParcel> result;

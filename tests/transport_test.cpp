@@ -151,7 +151,6 @@ TEST_F(TransportTest, RubbishFromTheServerIsAFailedTransaction) {
         {"closed", "", STATUS_DEAD_OBJECT},
         {"short header", "BirP\0\0\0\0\0\0\0"s, STATUS_FAILED_TRANSACTION},
         {"a request", "BirQ\0\0\0\0\4\0\0\0\x2a\0\0\0"s, STATUS_FAILED_TRANSACTION},
-        {"size too large", "BirP\0\0\0\0\5\0\0\0\x2a\0\0\0"s, STATUS_FAILED_TRANSACTION},
         {"status above 0", "BirP\1\0\0\0\0\0\0\0"s, STATUS_FAILED_TRANSACTION},
         {"failure with data", "BirP\xb6\xff\xff\xff\4\0\0\0\x2a\0\0\0"s, STATUS_FAILED_TRANSACTION},
         {"oversized", "BirP\0\0\0\0\1\0\1\0"s + std::string(65537, '\0'),
