@@ -28,6 +28,29 @@ leave() {
 trap leave EXIT
 trap 'exit 130' HUP INT PIPE TERM
 
+kernel=(build/device/kernel/boot/vmlinuz-*)
+version=${kernel[0]#*vmlinuz-}
+
+# Puts the kernel's modules $2 and on, and all that they need, into the directory $1, uncompressed.
+# Prints their names in the order of loading.
+unpack_modules() {
+  local to=$1 tree=build/device/kernel path name
+  shift
+  [[ -e $tree/lib/modules ]] || ln -s usr/lib "$tree/lib"
+  /sbin/depmod -b "$tree" "$version"
+  for name; do
+    /sbin/modprobe -d "$tree" -S "$version" --show-depends "$name"
+  done | awk '$1 == "insmod" && !seen[$2]++ { print $2 }' | while read -r path; do
+    name=$(basename "${path%.ko*}")
+    case $path in
+      *.xz) xz -dc "$path" ;;
+      *.zst) zstd -dqc "$path" ;;
+      *) cat "$path" ;;
+    esac >"$to/$name.ko"
+    echo "$name"
+  done
+}
+
 # Prints the path of the disk image for $1, nvme or ufs: a GPT with two ext4 partitions. Guests
 # run on a snapshot of it, so it is made once.
 make_disk() {
