@@ -20,6 +20,7 @@ TEST(CommandTextTest, FieldsReadInWords) {
         {R"({"deviceLifeTimeEstimationB": "0x0b"})", "beyond its expected life"},
         {R"({"preEndOfLifeInfo": "0x00"})", "not reported"},
         {R"({"preEndOfLifeInfo": "0x02"})", "warning, 80 % of the reserved blocks are used"},
+        {R"({"criticalWarning": -1})", "not reported"},
         {R"({"criticalWarning": 72})", "the media is read-only; bit 6"},
         {R"({"availableSpare": 0, "availableSpareThreshold": 0, "criticalWarning": 2})",
          "not reported"},

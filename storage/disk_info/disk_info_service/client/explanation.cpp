@@ -60,6 +60,11 @@ bool identified(const Json& fields, const Json& /*value*/) {
 bool notZero(const Json& /*fields*/, const Json& value) {
     return number(value).value_or(0) > 0;
 }
+// Anything else is no field of bits.
+bool isByte(const Json& /*fields*/, const Json& value) {
+    const double bits = number(value).value_or(-1);
+    return bits >= 0 && bits <= 0xFF;
+}
 bool anyVersion(const Json& fields, const Json& /*value*/) {
     return numberAt(fields, "versionMajor") > 0;  // VER was 0 before NVMe 1.2
 }
@@ -190,7 +195,7 @@ const struct Rule {
     {"availableSpare", nullptr, hasSpare, percent},
     {"availableSpareThreshold", nullptr, hasSpare, percent},
     {"percentageUsed", "Expected life used", nullptr, percentOfLife},
-    {"criticalWarning", nullptr, nullptr, criticalWarning},
+    {"criticalWarning", nullptr, isByte, criticalWarning},
     {"dataUnitsWritten", "Data written", notZero, dataUnits},  // NVMe: 0 is "not reported"
     {"numberOfMediaErrors", "Media errors", nullptr, nullptr},
     {"numberOfErrorLogEntries", "Error log entries", nullptr, nullptr},
