@@ -174,39 +174,40 @@ std::array<double, 2> CpuOf(const char* pid) {
     return ticks;
 }
 
-// Batches in turn. The CPU of a call is that of all the batches together, whose many calls even out
-// what the tick is too coarse for.
+// Batches in turn. The CPU is that of all calls together, as the tick is too coarse for a kind
+// alone.
 void Calls(char** arguments) {
     Ours ours;
     Bare bare(arguments[0]);
+    const std::string where = arguments[1];
     const int rounds = atoi(arguments[4]), batch = atoi(arguments[5]);
+    size_t kind = 0;
+    uint32_t reply_bytes = 0;
+    const struct {
+        const char* name;
+        const char* pid;
+        std::function<void()> ask;
+    } sides[] = {{"ours", arguments[2], [&] { ours.Ask(kind); }},
+                 {"floor", arguments[3], [&] { bare.Ask(kind, reply_bytes); }}};
+    double cpu[2][2] = {};
+    int calls = 0;
     for (char** name = arguments + 6; *name != nullptr; ++name) {
-        const size_t kind = KindOf(*name);
-        const uint32_t reply_bytes = ours.ReplyBytes(kind);
-        const std::string where = arguments[1];
-        const struct {
-            const char* name;
-            const char* pid;
-            std::function<void()> ask;
-        } sides[] = {{"ours", arguments[2], [&] { ours.Ask(kind); }},
-                     {"floor", arguments[3], [&] { bare.Ask(kind, reply_bytes); }}};
-        double cpu[2][2] = {};
+        kind = KindOf(*name);
+        reply_bytes = ours.ReplyBytes(kind);
         for (int round = -1; round < rounds; ++round) {
             for (const int i : {0, 1}) {
                 const auto before = CpuOf(sides[i].pid);
                 const double micros = MicrosACall(batch, sides[i].ask);
                 const auto after = CpuOf(sides[i].pid);
-                if (round < 0) continue;  // the first warms up
-                Sample(where + " call " + *name, sides[i].name, micros);
-                for (const size_t mode : {0, 1}) cpu[i][mode] += after[mode] - before[mode];
+                for (const int mode : {0, 1}) cpu[i][mode] += after[mode] - before[mode];
+                if (round >= 0) Sample(where + " call " + *name + ", µs", sides[i].name, micros);
             }
+            calls += batch;
         }
-        for (const int i : {0, 1}) {
-            for (const int mode : {0, 1}) {
-                Sample(where + (mode == 0 ? " user CPU " : " kernel CPU ") + *name, sides[i].name,
-                       cpu[i][mode] / rounds / batch);
-            }
-        }
+    }
+    for (const int i : {0, 1}) {
+        Sample(where + " user CPU a call, µs", sides[i].name, cpu[i][0] / calls);
+        Sample(where + " kernel CPU a call, µs", sides[i].name, cpu[i][1] / calls);
     }
 }
 

@@ -10,10 +10,10 @@ import sys
 # Measure, goal, and what is held against it: "ratio" of the minimums, as medians jump under
 # emulation, or ours as a "value". The first match counts.
 GOALS = [
-    (r"host, (one|two) CPUs?, call version", 1.15, "ratio"),
-    (r"(nvme|ufs) call (info|health|power)", 1.10, "ratio"),
-    (r"(nvme|ufs) call (userdata|metadata)", 1.20, "ratio"),
-    (r"(nvme|ufs) user CPU by kernel CPU, .*", 0.10, "value"),
+    (r"host, (one|two) CPUs?, call version, µs", 1.15, "ratio"),
+    (r"(nvme|ufs) call (info|health|power), µs", 1.10, "ratio"),
+    (r"(nvme|ufs) call (userdata|metadata), µs", 1.20, "ratio"),
+    (r"(nvme|ufs) user CPU by kernel CPU", 0.10, "value"),
     (r".* memory.*, KiB|release file, stripped, KiB", 1024, "value"),
     (r"exec to first answer, .*|first answer, unit as shipped, .*", 1.10, "ratio"),
     (r"disk_info --json health, ms", 1.50, "ratio"),
@@ -69,13 +69,12 @@ def read(path):
 
 
 def add_shares(samples):
-    """The user CPU of each device call as a share of its kernel CPU."""
-    for measure in list(samples):
-        if found := re.fullmatch(r"(nvme|ufs) user CPU (.*)", measure):
-            kernel = samples[f"{found[1]} kernel CPU {found[2]}"]
-            samples[f"{found[1]} user CPU by kernel CPU, {found[2]}"] = {
-                side: [samples[measure][side][0] / kernel[side][0]] for side in kernel
-            }
+    """The user CPU of the device calls as a share of their kernel CPU."""
+    for disk in ("nvme", "ufs"):
+        if user := samples.get(f"{disk} user CPU a call, µs"):
+            kernel = samples[f"{disk} kernel CPU a call, µs"]
+            shares = {side: [user[side][0] / kernel[side][0]] for side in kernel if kernel[side][0]}
+            samples[f"{disk} user CPU by kernel CPU"] = shares
 
 
 def rows(samples):
