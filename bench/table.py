@@ -62,7 +62,7 @@ def read(path):
                 calls[fields[1]] = fields[2]
             elif fields[0] == "exposure":
                 exposure[fields[1]] = fields[2]
-            elif fields[0] != "warm-up":
+            elif not fields[0].startswith("warm-up"):
                 sides = samples.setdefault(fields[0], {"ours": [], "floor": []})
                 sides[fields[1]].append(float(fields[2]))
     return samples, calls, exposure
