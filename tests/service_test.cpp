@@ -1,11 +1,8 @@
 // The four calls on scripted NVMe commands and on trees of files: what reaches which field, and
 // which failure becomes which status and record.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <log_capture.h>
 #include <nvme_ioctl.h>
-#include <private_root.h>
-#include <service/DiskInfoService.h>
+#include <service_fixture.h>
 
 #include <cerrno>
 #include <cstring>
@@ -19,38 +16,6 @@ using binder::ScopedStatus;
 using testing::ElementsAre;
 
 namespace {
-
-constexpr char kUserdata[] = "/dev/block/by-name/userdata";
-constexpr char kController[] = "/sys/devices/pci0/0000:05";
-constexpr char kUnit[] = "/sys/devices/pci0/0000:05/host2/target2:0:0/2:0:0:0";
-
-class ServiceTest : public PrivateRootTest {
-  protected:
-    // Makes the data partition `partition` of the disk `disk`.
-    void PlaceDataPartition(const std::string& disk, const std::string& partition) {
-        WriteFile("/dev/block/" + disk, "");
-        WriteFile("/dev/block/" + partition, "");
-        WriteLink(kUserdata, "/dev/block/" + partition);
-    }
-    void PlaceUfsDisk() {
-        PlaceDataPartition("sda", "sda12");
-        MakeDirectory(std::string(kUnit) + "/block/sda");
-        WriteLink("/sys/block/sda", std::string(kUnit) + "/block/sda");
-    }
-
-    // Calls, and expects the service-specific error -1 and no result.
-    template <typename Result>
-    void ExpectUnavailable(ScopedStatus (IDiskInfoService::*getter)(std::optional<Result>*)) {
-        std::optional<Result> result;
-        const ScopedStatus status = (service_.get()->*getter)(&result);
-        EXPECT_EQ(AStatus_getExceptionCode(status.get()), EX_SERVICE_SPECIFIC);
-        EXPECT_EQ(AStatus_getServiceSpecificError(status.get()), -1);
-        EXPECT_FALSE(result.has_value());
-    }
-
-    LogCapture log_;
-    std::shared_ptr<DiskInfoService> service_ = binder::SharedRefBase::make<DiskInfoService>();
-};
 
 std::vector<uint8_t> IdentifyController() {
     std::vector<uint8_t> bytes(4096, 0);

@@ -9,6 +9,9 @@
 namespace orvane::tavisk::disk_info {
 namespace {
 
+// The kernel's attributes end after a page. What is longer is no attribute, and is not held whole.
+constexpr size_t kLongestLine = size_t{64} * 1024;
+
 int OpenForReading(const char* path) {
     int fd;
     do {
@@ -25,15 +28,16 @@ std::optional<std::string> ReadFirstLine(const std::string& path) {
 
     std::string line;
     char buffer[256];
-    while (true) {
+    while (line.size() < kLongestLine) {
         const ssize_t count = read(fd.get(), buffer, sizeof(buffer));
         if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return line;
+        if (count <= 0) break;
         const std::string_view piece(buffer, static_cast<size_t>(count));
         const size_t newline = piece.find('\n');
         line += piece.substr(0, newline);
-        if (newline != std::string_view::npos) return line;
+        if (newline != std::string_view::npos) break;
     }
+    return line;
 }
 
 }  // namespace orvane::tavisk::disk_info
