@@ -1,0 +1,174 @@
+// Every system call that the daemon makes for a client fails once, in every way: the n-th of each
+// kind, by strace's fault injection into the running daemon. The client sees the answer, the answer
+// with neutral values in place of some, the error status of what cannot be read or a broken
+// connection, as the call that failed allows; the next client sees the answer, and nothing leaks.
+//
+// On files here; in an emulated device, where DISK_INFO_DEVICE is set, on its disk.
+#include <client/query.h>
+#include <daemon.h>
+#include <linux/close_range.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <map>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+using disk_info::client::Json;
+using disk_info::client::Question;
+
+namespace {
+
+const bool in_device = getenv("DISK_INFO_DEVICE") != nullptr;
+
+constexpr const char* kErrors[] = {"EIO", "ENOMEM", "EINTR", "EACCES", "ENODEV", "ENOENT"};
+// accept4 is apart, since after most failures the daemon waits a second for better times.
+constexpr char kSystemCalls[] = "openat,read,ioctl,readlink,newfstatat,recvfrom,sendmsg,epoll_wait";
+
+// What one call answers; {"broken": true} when the connection broke.
+Json Ask(const Question& question) {
+    std::vector<std::string> warnings;
+    try {
+        Json answer = disk_info::client::ask(question, &warnings);
+        answer.erase("assessment");
+        return answer;
+    } catch (const disk_info::client::NoService&) {
+        return {{"broken", true}};
+    }
+}
+
+bool IsNeutral(const Json& value) {
+    return value == "" || value == 0 || value == 0.0 || value == false || value == -1 ||
+           value == "undefined";
+}
+
+// Whether `answer` is `whole` but for neutral values.
+bool IsPartOf(const Json& answer, const Json& whole) {
+    if (!answer.is_object()) return answer == whole || IsNeutral(answer);
+    if (!whole.is_object() || answer.size() != whole.size()) return false;
+    return std::ranges::all_of(answer.items(), [&](const auto& item) {
+        return whole.contains(item.key()) && IsPartOf(item.value(), whole[item.key()]);
+    });
+}
+
+bool IsUnavailable(const Json& answer) {
+    return answer.dump().find(R"({"error":{"kind":"service","code":-1}})") != std::string::npos;
+}
+
+class FaultSweepTest : public PrivateRootTest {
+  protected:
+    void SetUp() override {
+        if (!in_device) {
+            ASSERT_NO_FATAL_FAILURE(PrivateRootTest::SetUp());
+            PlaceDevice();
+        }
+        const char* program = in_device ? "/bin/disk_info_service" : SERVICE_PROGRAM;
+        daemon_.emplace(std::vector<std::string>{program}, "/run/service",
+                        [] { close_range(3, ~0U, CLOSE_RANGE_CLOEXEC); });
+        ASSERT_TRUE(Eventually([] { return bool(ConnectToService()); }));
+    }
+
+    // Runs `ask` while strace, with `options`, is attached to the daemon.
+    template <typename Asking>
+    void Traced(const std::vector<std::string>& options, Asking&& ask) {
+        std::vector<std::string> words{in_device ? "/bin/strace" : "/usr/bin/strace", "-o",
+                                       "/run/trace", "-p", std::to_string(daemon_->pid())};
+        words.insert(words.end(), options.begin(), options.end());
+        unlink("/run/strace.err");
+        Child strace(words, "/run/strace");
+        ASSERT_TRUE(
+            Eventually([&] { return strace.err().find(" attached") != std::string::npos; }));
+        ask();
+        strace.Kill(SIGINT);
+        (void)strace.Wait();
+    }
+
+    // How often the daemon makes each system call for one question.
+    std::map<std::string, int> Count(const Question& question) {
+        std::map<std::string, int> counts;
+        Traced({"-e", std::string("trace=") + kSystemCalls}, [&] { (void)Ask(question); });
+        std::ifstream trace("/run/trace");
+        for (std::string line; std::getline(trace, line);) ++counts[line.substr(0, line.find('('))];
+        return counts;
+    }
+
+    // Asks with the fault, and once more without.
+    void Sweep(const Question& question, const std::string& call, int n, const std::string& error) {
+        SCOPED_TRACE(question.command + " " + question.partition + ": " + call + " " +
+                     std::to_string(n) + " fails with " + error);
+        Json answer;
+        Traced({"-e", "trace=" + call, "-e",
+                "inject=" + call + ":error=" + error + ":when=" + std::to_string(n)},
+               [&] { answer = Ask(question); });
+        std::ifstream trace("/run/trace");
+        const std::string lines{std::istreambuf_iterator<char>(trace), {}};
+        // Whether the daemon waits once more before strace lets go is chance.
+        const bool injected = lines.find("(INJECTED)") != std::string::npos;
+        if (!injected && call == "epoll_wait") return;
+        ASSERT_TRUE(injected) << lines;
+        const std::string& whole = answers_.at(question.command + question.partition).dump();
+        const bool same = answer.dump() == whole;
+        if (call == "recvfrom" || call == "sendmsg") {
+            EXPECT_TRUE(error == "EINTR" ? same : answer.contains("broken")) << answer;
+        } else if (call == "epoll_wait" || call == "accept4" ||
+                   (error == "EINTR" && lines.find("/dev/block/nvme") == std::string::npos &&
+                    lines.find("NVME_") == std::string::npos)) {
+            EXPECT_TRUE(same) << answer;
+        } else {
+            EXPECT_TRUE(IsUnavailable(answer) || IsPartOf(answer, Json::parse(whole))) << answer;
+        }
+        ASSERT_EQ(Ask(question).dump(), whole) << "the next answer";
+        ASSERT_TRUE(Eventually([&] { return Vitals(daemon_->pid()).descriptors == 5; }));
+        ++faults_;
+    }
+
+    std::optional<Child> daemon_;
+    std::map<std::string, Json> answers_;
+    int faults_ = 0;
+};
+
+TEST_F(FaultSweepTest, EverySystemCallMayFail) {
+    for (const Question& question : std::vector<Question>{
+             {"power", ""}, {"info", ""}, {"health", ""}, {"fs", "userdata"}, {"fs", "metadata"}}) {
+        const Json& answer = answers_[question.command + question.partition] = Ask(question);
+        ASSERT_FALSE(answer.contains("broken") || IsUnavailable(answer)) << answer;
+        const std::map<std::string, int> counts = Count(question);
+        ASSERT_GE(counts.size(), 6U);
+        for (const auto& [call, count] : counts) {
+            for (int n = 1; n <= count; ++n) {
+                for (const char* error : kErrors) {
+                    ASSERT_NO_FATAL_FAILURE(Sweep(question, call, n, error));
+                }
+            }
+        }
+    }
+    for (const char* error : kErrors) {
+        ASSERT_NO_FATAL_FAILURE(Sweep({"power", ""}, "accept4", 1, error));
+    }
+    std::cout << faults_ << " faults\n";
+}
+
+// One thread serves: while a disk holds a command, all wait, and are then answered.
+TEST_F(FaultSweepTest, ADiskThatHoldsACommandDelaysTheAnswersAndNoMore) {
+    const std::string call = in_device ? "ioctl" : "read";
+    const auto held = std::chrono::seconds(in_device ? 30 : 3);
+    const Json power = Ask({"power", ""}), filesystem = Ask({"fs", "metadata"});
+    Traced({"-e", "inject=" + call + ":delay_enter=" + std::to_string(held.count()) + "s:when=1"},
+           [&] {
+               const auto start = std::chrono::steady_clock::now();
+               Child first([&] { _exit(Ask({"power", ""}) == power ? 0 : 1); });
+               usleep(500'000);
+               EXPECT_EQ(Ask({"fs", "metadata"}), filesystem);
+               EXPECT_EQ(first.Wait(), 0);
+               const auto waited = std::chrono::steady_clock::now() - start;
+               EXPECT_GE(waited, held);
+               EXPECT_LE(waited, held + std::chrono::seconds(2));
+           });
+}
+
+}  // namespace
