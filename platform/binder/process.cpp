@@ -44,6 +44,8 @@ int64_t NowMs() {
 // his share of the places is disconnected at once, so that others find one.
 class Server {
   public:
+    // message_ stays as it is until a message is received into it.
+    // cppcheck-suppress uninitMemberVar
     explicit Server(const Registration& registration)
         : binder_(registration.binder),
           listener_(registration.listener.get()),
