@@ -1,11 +1,8 @@
 // The four calls on scripted NVMe commands and on trees of files: what reaches which field, and
 // which failure becomes which status and record.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <log_capture.h>
 #include <nvme_ioctl.h>
-#include <private_root.h>
-#include <service/DiskInfoService.h>
+#include <service_fixture.h>
 
 #include <cerrno>
 #include <cstring>
@@ -19,38 +16,6 @@ using binder::ScopedStatus;
 using testing::ElementsAre;
 
 namespace {
-
-constexpr char kUserdata[] = "/dev/block/by-name/userdata";
-constexpr char kController[] = "/sys/devices/pci0/0000:05";
-constexpr char kUnit[] = "/sys/devices/pci0/0000:05/host2/target2:0:0/2:0:0:0";
-
-class ServiceTest : public PrivateRootTest {
-  protected:
-    // Makes the data partition `partition` of the disk `disk`.
-    void PlaceDataPartition(const std::string& disk, const std::string& partition) {
-        WriteFile("/dev/block/" + disk, "");
-        WriteFile("/dev/block/" + partition, "");
-        WriteLink(kUserdata, "/dev/block/" + partition);
-    }
-    void PlaceUfsDisk() {
-        PlaceDataPartition("sda", "sda12");
-        MakeDirectory(std::string(kUnit) + "/block/sda");
-        WriteLink("/sys/block/sda", std::string(kUnit) + "/block/sda");
-    }
-
-    // Calls, and expects the service-specific error -1 and no result.
-    template <typename Result>
-    void ExpectUnavailable(ScopedStatus (IDiskInfoService::*getter)(std::optional<Result>*)) {
-        std::optional<Result> result;
-        const ScopedStatus status = (service_.get()->*getter)(&result);
-        EXPECT_EQ(AStatus_getExceptionCode(status.get()), EX_SERVICE_SPECIFIC);
-        EXPECT_EQ(AStatus_getServiceSpecificError(status.get()), -1);
-        EXPECT_FALSE(result.has_value());
-    }
-
-    LogCapture log_;
-    std::shared_ptr<DiskInfoService> service_ = binder::SharedRefBase::make<DiskInfoService>();
-};
 
 std::vector<uint8_t> IdentifyController() {
     std::vector<uint8_t> bytes(4096, 0);
@@ -124,36 +89,11 @@ TEST_F(ServiceTest, AnNvmeDiskThatCannotBeReadFailsHealthAlone) {
 }
 
 TEST_F(ServiceTest, UfsAnswers) {
-    PlaceUfsDisk();
-    const std::string unit = kUnit;
-    const std::string host = kController;
-    const std::pair<std::string, const char*> files[] = {
-        {unit + "/vendor", "V"},
-        {unit + "/model", "M"},
-        {unit + "/rev", "R"},
-        {unit + "/ioerr_cnt", "0xffffffffffffffff"},
-        {unit + "/unit_descriptor/provisioning_type", "0x03"},
-        {unit + "/unit_descriptor/wb_buf_alloc_units", "0x11"},
-        {host + "/device_descriptor/ext_feature_sup", "0x00000101"},
-        {host + "/device_descriptor/specification_version", "0x0310"},
-        {host + "/device_descriptor/ufs_features", "0x0f"},
-        {host + "/device_descriptor/wb_presv_us_en", "0x02"},
-        {host + "/device_descriptor/wb_shared_alloc_units", "0x80000001"},
-        {host + "/geometry_descriptor/wb_sup_wb_type", "0x01"},
-        {host + "/geometry_descriptor/wb_max_alloc_units", "0x21"},
-        {host + "/geometry_descriptor/allocation_unit_size", "0x01"},
-        {host + "/geometry_descriptor/segment_size", "0x02"},
-        {host + "/power_info/gear", "HS_GEAR4"},
-        {host + "/power_info/lane", "2"},
-        {host + "/power_info/rate", "HS_RATE_B"},
-        {host + "/power_info/link_state", "ACTIVE"},
-        {host + "/health_descriptor/eol_info", "0x01"},
-        {host + "/health_descriptor/life_time_estimation_a", "0x02"},
-        {host + "/health_descriptor/life_time_estimation_b", "0x03"},
-        {host + "/wb_on", "1"},
-        {unit + "/block/sda/size", "8589934596"},  // 2^33 + 4 sectors: half of it is the buffer
-    };
-    for (const auto& [path, content] : files) WriteFile(path, std::string(content) + "\n");
+    PlaceDevice();
+    WriteFile(std::string(kUnit) + "/ioerr_cnt", "0xffffffffffffffff");
+    WriteFile(std::string(kController) + "/device_descriptor/wb_shared_alloc_units", "0x80000001");
+    // 2^33 + 4 sectors: half of it is the buffer
+    WriteFile(std::string(kUnit) + "/block/sda/size", "8589934596");
     FakeNvme block_size;
     block_size.ExpectSize(4398046513152);
 

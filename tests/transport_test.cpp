@@ -3,10 +3,15 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <private_root.h>
+#include <sys/epoll.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -15,7 +20,38 @@ using namespace std::string_literals;
 
 namespace {
 
+// What the kernel tells the server, as this process wants it.
+struct Kernel {
+    std::atomic<uid_t> user{0};           // who newcomers are
+    std::atomic<int> refused_changes{0};  // so many changes of what is waited for fail
+};
+Kernel& kernel =
+    *new (mmap(nullptr, sizeof(Kernel), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
+        Kernel;
+
+}  // namespace
+
+extern "C" int getsockopt(int fd, int level, int option, void* value, socklen_t* size) noexcept {
+    const int result = int(syscall(SYS_getsockopt, fd, level, option, value, size));
+    if (option == SO_PEERCRED) static_cast<ucred*>(value)->uid = kernel.user;
+    return result;
+}
+
+extern "C" int epoll_ctl(int epoll, int operation, int fd, epoll_event* event) noexcept {
+    if (operation == EPOLL_CTL_MOD && kernel.refused_changes > 0) {
+        --kernel.refused_changes;
+        errno = ENOMEM;
+        return -1;
+    }
+    return int(syscall(SYS_epoll_ctl, epoll, operation, fd, event));
+}
+
+namespace {
+
 using TransportTest = PrivateRootTest;
+
+const std::string kRequest = "BirQ\1\0\0\0\4\0\0\0\x15\0\0\0"s;
+const std::string kReply = "BirP\0\0\0\0\4\0\0\0\x2a\0\0\0"s;
 
 // What comes within 20 seconds: a message's first bytes, or "" at the connection's end.
 std::string Receive(const RawSocket& socket) {
@@ -60,7 +96,7 @@ TEST_F(TransportTest, MalformedMessagesCostTheirConnectionAlone) {
         std::string message;
         std::string reply;  // "": the connection is closed
     } cases[] = {
-        {"good", "BirQ\1\0\0\0\4\0\0\0\x15\0\0\0"s, "BirP\0\0\0\0\4\0\0\0\x2a\0\0\0"s},
+        {"good", kRequest, kReply},
         {"no data", "BirQ\1\0\0\0\0\0\0\0"s, "BirP\xc3\xff\xff\xff\0\0\0\0"s},
         {"short header", "BirQ\1\0\0\0\0\0\0"s, ""},
         {"empty", "", ""},
@@ -104,40 +140,74 @@ TEST_F(TransportTest, AttachedDescriptorsAreDropped) {
     close(ends[0]);
 }
 
-TEST_F(TransportTest, AClientThatNeverReadsIsDroppedAndHoldsNobodyUp) {
-    const Child server(Serve);
-    const StrongBinder good = Connect();
-    const RawSocket client;
-    ASSERT_NO_FATAL_FAILURE(client.Connect());
-    // Some replies fill its queue; then its connection is closed.
-    EXPECT_TRUE(Eventually([&] {
-        ExpectAnswered(good);
-        return Send(client.fd(), "BirQ\4\0\0\0\0\0\0\0"s) < 0 && errno == EPIPE;
-    }));
-    ExpectAnswered(good);
+// Takes all 256 places, in the names of four users.
+void TakeAllPlaces(std::deque<RawSocket>* clients) {
+    for (uid_t i = 0; i < 256; ++i) {
+        kernel.user = i / 64;
+        ASSERT_NO_FATAL_FAILURE(clients->emplace_back().Connect());
+        ASSERT_EQ(Send(clients->back().fd(), kRequest), 16);
+        ASSERT_EQ(Receive(clients->back()), kReply);
+    }
 }
 
 TEST_F(TransportTest, MoreClientsThanPlacesWaitUntilOneLeavesOrIsSilentTooLong) {
     const Child server(Serve);
-    std::vector<StrongBinder> clients;
-    for (int i = 0; i < 256; ++i) clients.push_back(Connect());
-    for (const StrongBinder& client : clients) ExpectAnswered(client);
+    (void)Connect();
+    std::deque<RawSocket> clients;
+    kernel.refused_changes = 1;
+    ASSERT_NO_FATAL_FAILURE(TakeAllPlaces(&clients));
     const RawSocket first, second;
     for (const RawSocket* waiting : {&first, &second}) {
         ASSERT_NO_FATAL_FAILURE(waiting->Connect());
-        EXPECT_EQ(Send(waiting->fd(), "BirQ\1\0\0\0\4\0\0\0\x15\0\0\0"s), 16);
+        EXPECT_EQ(Send(waiting->fd(), kRequest), 16);
     }
-    ExpectAnswered(clients[0]);
+    EXPECT_EQ(Send(clients[0].fd(), kRequest), 16);
+    EXPECT_EQ(Receive(clients[0]), kReply);
     pollfd reply{first.fd(), POLLIN, 0};
     EXPECT_EQ(poll(&reply, 1, 0), 0);
+    kernel.refused_changes = 1;
     clients.pop_back();
-    EXPECT_EQ(Receive(first), "BirP\0\0\0\0\4\0\0\0\x2a\0\0\0"s);
+    EXPECT_EQ(Receive(first), kReply);
     // From now on only one of those that have a place asks for something.
-    ExpectAnswered(clients[0]);
-    EXPECT_EQ(Receive(second), "BirP\0\0\0\0\4\0\0\0\x2a\0\0\0"s);
-    ExpectAnswered(clients[0]);
-    int32_t number = 0;
-    EXPECT_EQ(Call(clients[1], 1, &number), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(Send(clients[0].fd(), kRequest), 16);
+    EXPECT_EQ(Receive(clients[0]), kReply);
+    EXPECT_EQ(Receive(second), kReply);
+    EXPECT_EQ(Send(clients[0].fd(), kRequest), 16);
+    EXPECT_EQ(Receive(clients[0]), kReply);
+    EXPECT_EQ(Receive(clients[1]), "");
+}
+
+TEST_F(TransportTest, AUserWithAllHisPlacesIsRefusedAndOthersAreNot) {
+    const Child server(Serve);
+    kernel.user = 7;
+    std::deque<StrongBinder> clients;
+    for (int i = 0; i < 64; ++i) ExpectAnswered(clients.emplace_back(Connect()));
+    const RawSocket refused;
+    ASSERT_NO_FATAL_FAILURE(refused.Connect());
+    EXPECT_EQ(Receive(refused), "");
+    kernel.user = 8;
+    ExpectAnswered(Connect());
+    kernel.user = 7;
+    clients.pop_back();
+    EXPECT_TRUE(Eventually([] {
+        int32_t number = 21;
+        return Call(Connect(), 1, &number) == STATUS_OK;
+    }));
+}
+
+// One thread serves: all wait for the call that waits, and nobody else pays for it.
+TEST_F(TransportTest, ACallThatWaitsDelaysTheOthersAndNoMore) {
+    const Child server(Serve);
+    (void)Connect();
+    std::deque<RawSocket> clients;
+    ASSERT_NO_FATAL_FAILURE(TakeAllPlaces(&clients));
+    EXPECT_EQ(Send(clients[0].fd(), "BirQ\5\0\0\0\0\0\0\0"s), 12);
+    usleep(200'000);
+    for (size_t i = 1; i < clients.size(); ++i) EXPECT_EQ(Send(clients[i].fd(), kRequest), 16);
+    const RawSocket newcomer;  // so that places are wanted
+    ASSERT_NO_FATAL_FAILURE(newcomer.Connect());
+    EXPECT_EQ(Receive(clients[0]), "BirP\0\0\0\0\0\0\0\0"s);
+    for (size_t i = 1; i < clients.size(); ++i) ASSERT_EQ(Receive(clients[i]), kReply) << i;
 }
 
 TEST_F(TransportTest, RubbishFromTheServerIsAFailedTransaction) {
@@ -146,7 +216,7 @@ TEST_F(TransportTest, RubbishFromTheServerIsAFailedTransaction) {
         std::string reply;  // "": the connection is closed
         binder_status_t status;
     } cases[] = {
-        {"good", "BirP\0\0\0\0\4\0\0\0\x2a\0\0\0"s, STATUS_OK},
+        {"good", kReply, STATUS_OK},
         {"status", "BirP\xb6\xff\xff\xff\0\0\0\0"s, -74},
         {"closed", "", STATUS_DEAD_OBJECT},
         {"short header", "BirP\0\0\0\0\0\0\0"s, STATUS_FAILED_TRANSACTION},

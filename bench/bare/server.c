@@ -37,6 +37,7 @@ static int admin(uint8_t opcode, uint32_t nsid, uint32_t size, uint32_t cdw10) {
     struct nvme_passthru_cmd command = {
         .opcode = opcode, .nsid = nsid, .data_len = size, .cdw10 = cdw10};
     command.addr = size != 0 ? (uintptr_t)page : 0;
+    if (size != 0) memset(page, 0, sizeof page);  // as the daemon has to
     return ioctl(device, NVME_IOCTL_ADMIN_CMD, &command);
 }
 
@@ -54,6 +55,7 @@ static int run_step(char letter, const char* argument) {
     uint64_t size_bytes;
     switch (letter) {
         case 'P':
+            memset(text, 0, sizeof text);  // as the daemon has to
             return realpath(argument, text) == NULL ? -1 : 0;
         case 'k':
             return readlink(argument, text, sizeof text) < 0 ? -1 : 0;

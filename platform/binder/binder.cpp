@@ -14,6 +14,8 @@ namespace {
 // since a late reply would be taken for the answer to the next request.
 class Connection {
   public:
+    // message_ stays as it is until a message is received into it.
+    // cppcheck-suppress uninitMemberVar
     explicit Connection(UniqueFd socket) : socket_(std::move(socket)) {}
 
     binder_status_t Transact(transaction_code_t code, const AParcel& request, AParcel* reply) {

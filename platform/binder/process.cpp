@@ -20,10 +20,13 @@ namespace binder {
 namespace {
 
 constexpr uint32_t kMaxConnections = 256;
+constexpr int64_t kMaxConnectionsOfAUser = 64;
 constexpr uint32_t kListener = kMaxConnections;  // its number among the connections' events
 constexpr int kEventsPerRound = 32;
 constexpr int64_t kIdleMs = 10'000;
 constexpr int64_t kAcceptRetryMs = 1'000;
+constexpr int kWaitRetryMs = 100;
+constexpr int kMaxWaitFailures = 20;
 constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 
 int64_t NowMs() {
@@ -37,26 +40,31 @@ int64_t NowMs() {
 // Nothing is logged, since whatever a peer can cause it can cause a million times.
 //
 // With every place taken the listener is left alone, so that newcomers wait in its queue. If one
-// waits after 10 seconds, those who asked nothing in the meantime lose their place.
+// waits after 10 seconds, those who asked nothing in the meantime lose their place. A user who has
+// his share of the places is disconnected at once, so that others find one.
 class Server {
   public:
+    // message_ stays as it is until a message is received into it.
+    // cppcheck-suppress uninitMemberVar
     explicit Server(const Registration& registration)
         : binder_(registration.binder),
           listener_(registration.listener.get()),
           may_leave_(registration.handed_over),
           epoll_(epoll_create1(EPOLL_CLOEXEC)) {}
 
-    // Returns when the kernel refuses to wait for clients.
+    // Returns when the kernel refuses to wait for clients, again and again.
     void Run();
 
   private:
     struct Connection {
         UniqueFd fd;
+        uid_t user = 0;
         bool asked = false;  // since the last place was taken, or the last look at who is silent
     };
 
     bool Watch(int operation, int fd, uint32_t number, uint32_t events);
     void Accept();
+    void Admit(UniqueFd fd);
     void Serve(uint32_t number);
     void Close(uint32_t number);
     void Pause(int64_t until_ms);
@@ -83,9 +91,14 @@ void Server::Run() {
     if (!epoll_ || !Watch(EPOLL_CTL_ADD, listener_, kListener, EPOLLIN)) return;
     if (may_leave_) leave_at_ms_ = NowMs() + kIdleMs;
     std::array<epoll_event, kEventsPerRound> events;
-    for (;;) {
+    for (int failures = 0; failures < kMaxWaitFailures;) {
         const int ready = epoll_wait(epoll_.get(), events.data(), kEventsPerRound, WaitMs());
-        if (ready < 0 && errno != EINTR) return;
+        if (ready < 0 && errno != EINTR) {
+            ++failures;
+            (void)poll(nullptr, 0, kWaitRetryMs);
+            continue;
+        }
+        failures = 0;
         for (int i = 0; i < ready; ++i) {
             const uint32_t number = events[size_t(i)].data.u32;
             number == kListener ? Accept() : Serve(number);
@@ -102,18 +115,28 @@ bool Server::Watch(int operation, int fd, uint32_t number, uint32_t events) {
 }
 
 void Server::Accept() {
+    // Reported before the listener was left alone, or the kernel refused to leave it alone.
+    if (count_ == kMaxConnections) return Pause(paused_until_ms_);
     UniqueFd fd(accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-    if (!fd) {
-        // Out of descriptors or the like: the newcomer still waits, so trying on would be a spin.
-        const bool nobody = errno == EAGAIN || errno == ECONNABORTED || errno == EINTR;
-        if (!nobody) Pause(NowMs() + kAcceptRetryMs);
-        return;
-    }
+    if (fd) return Admit(std::move(fd));
+    // Out of descriptors or the like: the newcomer still waits, so trying on would be a spin.
+    const bool nobody = errno == EAGAIN || errno == ECONNABORTED || errno == EINTR;
+    if (!nobody) Pause(NowMs() + kAcceptRetryMs);
+}
+
+void Server::Admit(UniqueFd fd) {
+    // As it was when the peer connected. Its process id would tell nothing: it may be another's by
+    // now.
+    ucred peer;
+    socklen_t size = sizeof peer;
+    if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return;
+    const auto is_his = [&](const Connection& c) { return c.fd && c.user == peer.uid; };
+    if (std::ranges::count_if(connections_, is_his) >= kMaxConnectionsOfAUser) return;
     const auto place =
         std::ranges::find_if(connections_, [](const Connection& c) { return !c.fd; });
     const auto number = uint32_t(place - connections_.begin());
     if (!Watch(EPOLL_CTL_ADD, fd.get(), number, EPOLLIN)) return;
-    place->fd = std::move(fd);
+    *place = {std::move(fd), peer.uid};
     leave_at_ms_ = kNever;
     if (++count_ < kMaxConnections) return;
     for (Connection& connection : connections_) connection.asked = false;
@@ -146,8 +169,8 @@ void Server::Pause(int64_t until_ms) {
 
 void Server::Resume() {
     if (paused_until_ms_ == kNever) return;
-    paused_until_ms_ = kNever;
-    (void)Watch(EPOLL_CTL_MOD, listener_, kListener, EPOLLIN);
+    const bool watched = Watch(EPOLL_CTL_MOD, listener_, kListener, EPOLLIN);
+    paused_until_ms_ = watched ? kNever : NowMs() + kAcceptRetryMs;
 }
 
 // The clock is read only when there is a point in time to wait for.
@@ -162,16 +185,20 @@ void Server::CheckTime() {
     }
 }
 
+// Whoever has a request waiting was not silent: this thread was busy.
 void Server::CloseSilent() {
-    pollfd waiting{listener_, POLLIN, 0};
-    const bool wanted = poll(&waiting, 1, 0) > 0;
+    std::array<pollfd, kMaxConnections + 1> waiting;
+    for (uint32_t number = 0; number < kMaxConnections; ++number) {
+        waiting[number] = {connections_[number].fd.get(), POLLIN, 0};
+    }
+    waiting[kListener] = {listener_, POLLIN, 0};
+    const bool polled = poll(waiting.data(), waiting.size(), 0) > 0;
+    const bool wanted = polled && waiting[kListener].revents != 0;
     Pause(NowMs() + kIdleMs);
     for (uint32_t number = 0; number < kMaxConnections; ++number) {
-        if (wanted && !connections_[number].asked) {
-            Close(number);
-        } else {
-            connections_[number].asked = false;
-        }
+        const bool silent = !connections_[number].asked && waiting[number].revents == 0;
+        connections_[number].asked = false;
+        if (wanted && silent) Close(number);
     }
 }
 

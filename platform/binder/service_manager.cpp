@@ -69,8 +69,9 @@ UniqueFd OpenDirectoryOf(std::string_view path) {
         if (end == path.npos) break;
         const std::string name(path.substr(start, end - start));
         // Asked for by its mode, whatever the process's umask takes away.
-        if (mkdirat(directory.get(), name.c_str(), kDirectoryMode) == 0) {
-            (void)fchmodat(directory.get(), name.c_str(), kDirectoryMode, 0);
+        if (mkdirat(directory.get(), name.c_str(), kDirectoryMode) == 0 &&
+            fchmodat(directory.get(), name.c_str(), kDirectoryMode, 0) != 0) {
+            return {};
         }
         directory = UniqueFd(
             openat(directory.get(), name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));

@@ -2,6 +2,7 @@
 #include <disk_info/filesystem_info.h>
 #include <disk_info/nvme_info.h>
 #include <disk_info/ufs_info.h>
+#include <disk_info/uninterrupted.h>
 #include <disk_info/unique_fd.h>
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -37,7 +38,7 @@ std::unique_ptr<DiskInfo> DiskInfo::GetDiskInfo(const char* path) {
 
 std::string DiskInfo::GetRootDevicePath() {
     char resolved[kPathSize] = {};
-    if (realpath(kDataPartition, resolved) == nullptr) {
+    if (Uninterrupted([&] { return realpath(kDataPartition, resolved); }) == nullptr) {
         PLOG(ERROR) << "realpath failed for " << kDataPartition;
         return "";
     }
@@ -89,13 +90,13 @@ bool DiskInfo::DumpFilesystemInfo() {
 }
 
 uint64_t DiskInfo::GetSize() {
-    const UniqueFd fd(open(device_path, O_RDONLY | O_CLOEXEC));
+    const UniqueFd fd(Uninterrupted([&] { return open(device_path, O_RDONLY | O_CLOEXEC); }));
     if (!fd.valid()) {
         PLOG(ERROR) << "Failed to open " << device_path << " for size";
         return 0;
     }
     uint64_t size_bytes = 0;
-    if (ioctl(fd.get(), BLKGETSIZE64, &size_bytes) != 0) {
+    if (Uninterrupted([&] { return ioctl(fd.get(), BLKGETSIZE64, &size_bytes); }) != 0) {
         PLOG(ERROR) << "Failed to get size for " << device_path;
         return 0;
     }

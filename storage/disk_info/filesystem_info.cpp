@@ -1,6 +1,7 @@
 #include <disk_info/filesystem_info.h>
 #include <disk_info/first_line.h>
 #include <disk_info/path_parts.h>
+#include <disk_info/uninterrupted.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,7 +18,8 @@ namespace {
 // The link's target as written, not followed further. Empty: standard error has the reason.
 std::optional<std::string> ReadLink(const std::string& link) {
     char target[PATH_MAX];
-    const ssize_t length = readlink(link.c_str(), target, sizeof(target));
+    const ssize_t length =
+        Uninterrupted([&] { return readlink(link.c_str(), target, sizeof(target)); });
     if (length < 0) {
         const int error = errno;
         fprintf(stderr, "Error reading symlink %s: %s\n", link.c_str(), strerror(error));
@@ -48,7 +50,7 @@ std::optional<std::string> PlainDevice(const std::string& link) {
 // A directory that cannot be asked about, whatever the reason, counts as absent.
 bool Exists(const std::string& path) {
     struct stat status;
-    return stat(path.c_str(), &status) == 0;
+    return Uninterrupted([&] { return stat(path.c_str(), &status); }) == 0;
 }
 
 }  // namespace

@@ -1,39 +1,34 @@
 #include <disk_info/first_line.h>
+#include <disk_info/uninterrupted.h>
 #include <disk_info/unique_fd.h>
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <string_view>
 
 namespace orvane::tavisk::disk_info {
 namespace {
 
-int OpenForReading(const char* path) {
-    int fd;
-    do {
-        fd = open(path, O_RDONLY | O_CLOEXEC);
-    } while (fd < 0 && errno == EINTR);
-    return fd;
-}
+// The kernel's attributes end after a page. What is longer is no attribute, and is not held whole.
+constexpr size_t kLongestLine = size_t{64} * 1024;
 
 }  // namespace
 
 std::optional<std::string> ReadFirstLine(const std::string& path) {
-    const UniqueFd fd(OpenForReading(path.c_str()));
+    const UniqueFd fd(Uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
     if (!fd.valid()) return std::nullopt;
 
     std::string line;
     char buffer[256];
-    while (true) {
-        const ssize_t count = read(fd.get(), buffer, sizeof(buffer));
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return line;
+    while (line.size() < kLongestLine) {
+        const ssize_t count = Uninterrupted([&] { return read(fd.get(), buffer, sizeof(buffer)); });
+        if (count <= 0) break;
         const std::string_view piece(buffer, static_cast<size_t>(count));
         const size_t newline = piece.find('\n');
         line += piece.substr(0, newline);
-        if (newline != std::string_view::npos) return line;
+        if (newline != std::string_view::npos) break;
     }
+    return line;
 }
 
 }  // namespace orvane::tavisk::disk_info

@@ -1,6 +1,7 @@
 #include <disk_info/first_line.h>
 #include <disk_info/path_parts.h>
 #include <disk_info/ufs_info.h>
+#include <disk_info/uninterrupted.h>
 #include <logging/logging.h>
 #include <sys/stat.h>
 
@@ -35,7 +36,8 @@ std::string Quoted(std::string_view text) {
 
 bool IsSymlink(const std::string& path) {
     struct stat status;
-    return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+    return Uninterrupted([&] { return lstat(path.c_str(), &status); }) == 0 &&
+           S_ISLNK(status.st_mode);
 }
 
 }  // namespace
@@ -60,10 +62,10 @@ int UfsInfo::GetType() const {
 }
 
 std::string UfsInfo::ReadSysfsFile(const std::string& path) {
-    const std::string line = ReadFirstLine(path).value_or("");
-    const size_t first = line.find_first_not_of(kWhiteSpace);
-    if (first == std::string::npos) return "";
-    return line.substr(first, line.find_last_not_of(kWhiteSpace) - first + 1);
+    std::string line = ReadFirstLine(path).value_or("");
+    line.erase(line.find_last_not_of(kWhiteSpace) + 1);  // all of it where nothing else is found
+    line.erase(0, line.find_first_not_of(kWhiteSpace));
+    return line;
 }
 
 bool UfsInfo::GetUfsScsiDevicePath(std::string* out) {
@@ -74,7 +76,7 @@ bool UfsInfo::GetUfsScsiDevicePath(std::string* out) {
         return false;
     }
     char canonical[kPathSize];
-    if (realpath(link.c_str(), canonical) == nullptr) {
+    if (Uninterrupted([&] { return realpath(link.c_str(), canonical); }) == nullptr) {
         const int error = errno;
         LOG(ERROR) << "Failed to get canonical path for " << Quoted(link) << ": "
                    << strerror(error);

@@ -42,6 +42,7 @@ class Child {
         Kill();
         (void)Wait();
     }
+    pid_t pid() const { return pid_; }
     void Kill(int signal = SIGKILL) {
         if (pid_ > 0) kill(pid_, signal);
     }

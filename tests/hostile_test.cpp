@@ -1,0 +1,207 @@
+// Clients that want to hurt the daemon. Meanwhile a good one asks all the time and is answered
+// within a second; afterwards the daemon holds what it held before.
+#include <daemon.h>
+#include <linux/close_range.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <deque>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+using namespace morsk::com::quendar::tavisk::disk_info;
+using namespace std::string_literals;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A client without the library.
+class RawClient {
+  public:
+    RawClient() : fd_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{AF_UNIX, ""};
+        std::strcpy(address.sun_path, kPath);
+        EXPECT_EQ(connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+    ~RawClient() { close(fd_); }
+    RawClient(const RawClient&) = delete;
+    RawClient& operator=(const RawClient&) = delete;
+
+    bool Send(const std::string& bytes) const {
+        return send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == ssize_t(bytes.size());
+    }
+    // The reply's status; nothing when the connection ends instead.
+    std::optional<int32_t> Receive() const {
+        int32_t header[3] = {};
+        pollfd waiting{fd_, POLLIN, 0};
+        EXPECT_EQ(poll(&waiting, 1, 20'000), 1);
+        if (recv(fd_, header, sizeof header, 0) <= 0) return std::nullopt;
+        EXPECT_EQ(header[0], 0x50726942);
+        return header[1];
+    }
+
+  private:
+    const int fd_;
+};
+
+const std::string kVersion = "BirQ\xff\xff\xff\0\0\0\0\0"s;
+const std::string kUnknown = "BirQ\x09\0\0\0\0\0\0\0"s;
+const std::string kNoPartition = "BirQ\4\0\0\0\0\0\0\0"s;
+const std::string kHash = "BirQ\xfe\xff\xff\0\0\0\0\0"s;
+
+// The body of a good client: asks until it is told to stop, by the end of its standard input.
+void AskAllTheTime() {
+    signal(SIGPIPE, SIG_DFL);
+    const auto service = ConnectToService();
+    pollfd told{0, POLLIN, 0};
+    while (service && poll(&told, 1, 1) == 0) {
+        const auto start = Clock::now();
+        std::optional<FilesystemInfoParcel> info;
+        if (!service->getFilesystemInfo("metadata", &info).isOk() || info->errorCount != 3)
+            _exit(1);
+        if (Clock::now() - start > std::chrono::seconds(1)) _exit(2);
+    }
+    _exit(service ? 0 : 3);
+}
+
+class HostileTest : public PrivateRootTest {
+  protected:
+    void SetUp() override {
+        ASSERT_NO_FATAL_FAILURE(PrivateRootTest::SetUp());
+        PlaceDevice();
+        daemon_.emplace(std::vector<std::string>{SERVICE_PROGRAM}, "/run/service", [] {
+            close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
+            // A sanitized daemon gives freed memory back at once, like the real one.
+            setenv("ASAN_OPTIONS", "quarantine_size_mb=0:thread_local_quarantine_size_kb=0", 1);
+        });
+        ASSERT_TRUE(Eventually([] { return bool(ConnectToService()); }));
+        int ends[2];
+        ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        stop_ = ends[1];
+        good_client_.emplace([&] {
+            dup2(ends[0], 0);
+            close(stop_);
+            AskAllTheTime();
+        });
+        close(ends[0]);
+        // The first of each kind may take memory that stays.
+        for (int i = 0; i < 200; ++i) {
+            const RawClient client;
+            EXPECT_TRUE(client.Send(std::string(65548, 'x')) && client.Receive() == std::nullopt);
+        }
+        for (int i = 0; i < 100; ++i) Rubbish(unsigned(i));
+        ASSERT_TRUE(Eventually([&] { return Vitals(daemon_->pid()).descriptors == kDescriptors; }));
+        before_.emplace(daemon_->pid());
+    }
+    void TearDown() override {
+        if (!before_) return;
+        EXPECT_TRUE(Eventually([&] { return Vitals(daemon_->pid()).descriptors == kDescriptors; }));
+        const Vitals after(daemon_->pid());
+        EXPECT_EQ(after.threads, 1);
+        EXPECT_LE(after.memory_kib, before_->memory_kib + 256);
+        RecordProperty("memory_kib_before", int(before_->memory_kib));
+        RecordProperty("memory_kib_after", int(after.memory_kib));
+        close(stop_);
+        EXPECT_EQ(good_client_->Wait(), 0) << "1: answered wrongly, 2: late, 3: not at all";
+    }
+
+    // One connection of random messages, some of them behind a header that is right.
+    static void Rubbish(unsigned seed) {
+        std::mt19937 random(seed);
+        const RawClient client;
+        for (int i = 0; i < 8; ++i) {
+            std::string message(random() % (random() % 64 == 0 ? 70'000 : 64), '\0');
+            std::ranges::generate(message, [&] { return char(random()); });
+            if (message.size() >= 12 && random() % 2 == 0) {
+                const uint32_t header[] = {0x51726942, uint32_t(random() % 6),
+                                           uint32_t(message.size() - 12 + (random() % 8 == 0))};
+                std::memcpy(message.data(), header, sizeof header);
+            }
+            if (!client.Send(message) || !client.Receive()) return;
+        }
+    }
+
+    // Three standard streams, the socket, epoll, the good client's connection.
+    static constexpr long kDescriptors = 6;
+    int stop_ = -1;
+    std::optional<Child> daemon_, good_client_;
+    std::optional<Vitals> before_;
+};
+
+TEST_F(HostileTest, RandomMessages) {
+    for (unsigned seed = 1000; seed < 11'000; ++seed) Rubbish(seed);
+}
+
+TEST_F(HostileTest, HalfAMillionGoodAndBadRequests) {
+    for (int i = 0; i < 500'000; i += 5) {
+        const RawClient client;
+        ASSERT_TRUE(client.Send(kVersion));
+        ASSERT_EQ(client.Receive(), 0);
+        ASSERT_TRUE(client.Send(kUnknown));
+        ASSERT_EQ(client.Receive(), -74);
+        ASSERT_TRUE(client.Send(kNoPartition));
+        ASSERT_EQ(client.Receive(), -61);
+        ASSERT_TRUE(client.Send(kHash));
+        ASSERT_EQ(client.Receive(), 0);
+        ASSERT_TRUE(client.Send(i % 2 == 0 ? "BirQ" : std::string(65549, 'x')));
+        ASSERT_EQ(client.Receive(), std::nullopt);
+    }
+}
+
+TEST_F(HostileTest, AThousandConnectionsAtOnceThreeTimes) {
+    for (int round = 0; round < 3; ++round) {
+        std::deque<RawClient> clients(1000);
+        // This user, who has 64 places, holds them all; his other connections are closed.
+        long served = 0;
+        for (const RawClient& client : clients) {
+            if (client.Send(kVersion) && client.Receive() == 0) ++served;
+        }
+        EXPECT_EQ(served, 63);
+    }
+}
+
+TEST_F(HostileTest, SilentClientsAndThoseThatNeverRead) {
+    const std::deque<RawClient> silent(30);
+    for (int i = 0; i < 100; ++i) {
+        const RawClient deaf;
+        while (deaf.Send(kHash)) {
+        }
+        EXPECT_TRUE(errno == EPIPE || errno == ECONNRESET);
+    }
+}
+
+TEST_F(HostileTest, ClientsKilledAtEveryStepOfACall) {
+    for (int step = 0; step < 6; ++step) {
+        for (int round = 0; round < 20; ++round) {
+            int ends[2];
+            ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+            Child client([&] {
+                const RawClient raw;
+                const std::string power = "BirQ\3\0\0\0\0\0\0\0"s;
+                if (step == 1) (void)raw.Send(power.substr(0, 6));
+                for (int i = 1; i < step; ++i) (void)raw.Send(power);
+                if (step == 3) (void)raw.Receive();
+                (void)!write(ends[1], "", 1);
+                pause();
+            });
+            char byte;
+            ASSERT_EQ(read(ends[0], &byte, 1), 1);
+            client.Kill();
+            client.Wait();
+            close(ends[0]);
+            close(ends[1]);
+        }
+    }
+}
+
+}  // namespace

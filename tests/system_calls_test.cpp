@@ -1,0 +1,242 @@
+// The daemon's system calls: which an answer makes, and what becomes of it when one fails or waits.
+//
+// Every system call that the daemon makes for a client fails once, in every way: the n-th of each
+// kind, by strace's fault injection into the running daemon. The client sees the answer, the answer
+// with neutral values in place of some, the error status of what cannot be read or a broken
+// connection, as the call that failed allows; the next client sees the answer, and nothing leaks.
+//
+// On files here; in an emulated device, where DISK_INFO_DEVICE is set, on its disk.
+#include <client/query.h>
+#include <daemon.h>
+#include <linux/close_range.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <map>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+using namespace morsk::com::quendar::tavisk::disk_info;
+using disk_info::client::Json;
+using disk_info::client::Question;
+
+namespace {
+
+const bool in_device = getenv("DISK_INFO_DEVICE") != nullptr;
+
+constexpr const char* kErrors[] = {"EIO", "ENOMEM", "EINTR", "EACCES", "ENODEV", "ENOENT"};
+// accept4 is apart, since after most failures the daemon waits a second for better times.
+constexpr char kSystemCalls[] = "openat,read,ioctl,readlink,newfstatat,recvfrom,sendmsg,epoll_wait";
+
+// What one call answers; {"broken": true} when the connection broke.
+Json Ask(const Question& question) {
+    std::vector<std::string> warnings;
+    try {
+        Json answer = disk_info::client::ask(question, &warnings);
+        answer.erase("assessment");
+        return answer;
+    } catch (const disk_info::client::NoService&) {
+        return {{"broken", true}};
+    }
+}
+
+bool IsNeutral(const Json& value) {
+    return value == "" || value == 0 || value == 0.0 || value == false || value == -1 ||
+           value == "undefined";
+}
+
+// Whether `answer` is `whole` but for neutral values.
+bool IsPartOf(const Json& answer, const Json& whole) {
+    if (!answer.is_object()) return answer == whole || IsNeutral(answer);
+    if (!whole.is_object() || answer.size() != whole.size()) return false;
+    return std::ranges::all_of(answer.items(), [&](const auto& item) {
+        return whole.contains(item.key()) && IsPartOf(item.value(), whole[item.key()]);
+    });
+}
+
+bool IsUnavailable(const Json& answer) {
+    return answer.dump().find(R"({"error":{"kind":"service","code":-1}})") != std::string::npos;
+}
+
+class SystemCallsTest : public PrivateRootTest {
+  protected:
+    void SetUp() override {
+        if (!in_device) {
+            ASSERT_NO_FATAL_FAILURE(PrivateRootTest::SetUp());
+            PlaceDevice();
+        }
+        const char* program = in_device ? "/bin/disk_info_service" : SERVICE_PROGRAM;
+        daemon_.emplace(std::vector<std::string>{program}, "/run/service",
+                        [] { close_range(3, ~0U, CLOSE_RANGE_CLOEXEC); });
+        ASSERT_TRUE(Eventually([] { return bool(ConnectToService()); }));
+    }
+
+    // Runs `ask` while strace, with `options`, is attached to the daemon.
+    template <typename Asking>
+    void Traced(const std::vector<std::string>& options, Asking&& ask, int kept_clients = 0) {
+        std::vector<std::string> words{in_device ? "/bin/strace" : "/usr/bin/strace", "-o",
+                                       "/run/trace", "-p", std::to_string(daemon_->pid())};
+        words.insert(words.end(), options.begin(), options.end());
+        unlink("/run/strace.err");
+        Child strace(words, "/run/strace");
+        ASSERT_TRUE(
+            Eventually([&] { return strace.err().find(" attached") != std::string::npos; }));
+        ask();
+        AwaitClients(kept_clients);
+        strace.Kill(SIGINT);
+        (void)strace.Wait();
+    }
+
+    // Beside them the daemon has three standard streams, the socket and epoll.
+    void AwaitClients(int count) {
+        ASSERT_TRUE(Eventually([&] { return Vitals(daemon_->pid()).descriptors == 5 + count; }));
+    }
+
+    // How often the daemon makes each system call for one question.
+    std::map<std::string, int> Count(const Question& question) {
+        std::map<std::string, int> counts;
+        Traced({"-e", std::string("trace=") + kSystemCalls}, [&] { (void)Ask(question); });
+        std::ifstream trace("/run/trace");
+        for (std::string line; std::getline(trace, line);) ++counts[line.substr(0, line.find('('))];
+        return counts;
+    }
+
+    // Asks with the fault, and once more without.
+    void Sweep(const Question& question, const std::string& call, int n, const std::string& error) {
+        SCOPED_TRACE(question.command + " " + question.partition + ": " + call + " " +
+                     std::to_string(n) + " fails with " + error);
+        Json answer;
+        Traced({"-e", "trace=" + call, "-e",
+                "inject=" + call + ":error=" + error + ":when=" + std::to_string(n)},
+               [&] { answer = Ask(question); });
+        std::ifstream trace("/run/trace");
+        const std::string lines{std::istreambuf_iterator<char>(trace), {}};
+        // Whether the daemon waits once more before strace lets go is chance.
+        const bool injected = lines.find("(INJECTED)") != std::string::npos;
+        if (!injected && call == "epoll_wait") return;
+        ASSERT_TRUE(injected) << lines;
+        const std::string& whole = answers_.at(question.command + question.partition).dump();
+        const bool same = answer.dump() == whole;
+        // Two requests: for the interface's hash, and the question. The third receives the end.
+        if ((call == "recvfrom" || call == "sendmsg") && n <= 2 && error != "EINTR") {
+            EXPECT_TRUE(answer.contains("broken")) << answer;
+        } else if (call == "recvfrom" || call == "sendmsg" || call == "epoll_wait" ||
+                   call == "accept4" ||
+                   (error == "EINTR" && lines.find("/dev/block/nvme") == std::string::npos &&
+                    lines.find("NVME_") == std::string::npos)) {
+            EXPECT_TRUE(same) << answer;
+        } else {
+            EXPECT_TRUE(IsUnavailable(answer) || IsPartOf(answer, Json::parse(whole))) << answer;
+        }
+        ASSERT_EQ(Ask(question).dump(), whole) << "the next answer";
+        ASSERT_NO_FATAL_FAILURE(AwaitClients(0));
+        ++faults_;
+    }
+
+    std::optional<Child> daemon_;
+    std::map<std::string, Json> answers_;
+    int faults_ = 0;
+};
+
+TEST_F(SystemCallsTest, EverySystemCallMayFail) {
+    for (const Question& question : std::vector<Question>{
+             {"power", ""}, {"info", ""}, {"health", ""}, {"fs", "userdata"}, {"fs", "metadata"}}) {
+        const Json& answer = answers_[question.command + question.partition] = Ask(question);
+        ASSERT_FALSE(answer.contains("broken") || IsUnavailable(answer)) << answer;
+        const std::map<std::string, int> counts = Count(question);
+        ASSERT_GE(counts.size(), 6U);
+        for (const auto& [call, count] : counts) {
+            for (int n = 1; n <= count; ++n) {
+                for (const char* error : kErrors) {
+                    ASSERT_NO_FATAL_FAILURE(Sweep(question, call, n, error));
+                }
+            }
+        }
+    }
+    for (const char* error : kErrors) {
+        ASSERT_NO_FATAL_FAILURE(Sweep({"power", ""}, "accept4", 1, error));
+    }
+    std::cout << faults_ << " faults\n";
+}
+
+// As many files as are read.
+std::string Files(int count) {
+    std::string list;
+    for (int i = 0; i < count; ++i) list += "openat read close ";
+    return list;
+}
+
+// What one question costs on a kept connection: the names in their order, and how often in a row.
+// The loop's own are the receive and the send, and one wait before.
+TEST_F(SystemCallsTest, EachAnswerMakesThoseItNeedsAndNoOther) {
+    const auto service = ConnectToService();
+    const auto made = [&](auto&& ask) {
+        ask();  // the first of its kind may take memory
+        Traced({}, ask, 1);
+        std::ifstream trace("/run/trace");
+        std::string list, last;
+        int count = 0;
+        for (std::string line; last != "sendmsg" && std::getline(trace, line); ++count) {
+            const std::string name = line.substr(0, line.find('('));
+            if (list.empty() && name != "recvfrom") continue;  // the end of what went before
+            if (name == last) continue;
+            if (count > 1) list += '*' + std::to_string(count);
+            list += (list.empty() ? "" : " ") + name;
+            last = name;
+            count = 0;
+        }
+        return list;
+    };
+    std::optional<DiskInfoParcel> info;
+    std::optional<DiskHealthParcel> health;
+    std::optional<DiskPowerParcel> power;
+    std::optional<FilesystemInfoParcel> filesystem;
+    const std::string info_calls = made([&] { (void)service->getDiskInfo(&info); });
+    const std::string health_calls = made([&] { (void)service->getDiskHealth(&health); });
+    const std::string power_calls = made([&] { (void)service->getDiskPower(&power); });
+    const std::string asked = "recvfrom ", sent = "sendmsg";
+    const std::string disk = asked + "readlink*7 ";
+    ASSERT_TRUE(info);
+    if (info->nvme() != nullptr) {
+        EXPECT_EQ(info_calls, disk + "openat ioctl close openat ioctl close " + sent);
+        EXPECT_EQ(health_calls, disk + "openat ioctl close openat ioctl*2 close " + sent);
+        EXPECT_EQ(power_calls, disk + "openat ioctl*2 close " + sent);
+    } else {
+        // The unit's directory is looked for twice, and each find is a record.
+        const std::string ufs =
+            disk + "newfstatat readlink*11 write newfstatat readlink*11 write*2 ";
+        EXPECT_EQ(info_calls, ufs + Files(19) + "openat ioctl " +
+                                  (in_device ? "close " : "write close ") + sent);
+        EXPECT_EQ(health_calls, ufs + Files(5) + sent);
+        EXPECT_EQ(power_calls, ufs + Files(19) + sent);
+    }
+    for (const char* partition : {"userdata", "metadata"}) {
+        EXPECT_EQ(made([&] { (void)service->getFilesystemInfo(partition, &filesystem); }),
+                  asked + "readlink newfstatat " + Files(3) + sent);
+    }
+}
+
+// One thread serves: while a disk holds a command, all wait, and are then answered.
+TEST_F(SystemCallsTest, ADiskThatHoldsACommandDelaysTheAnswersAndNoMore) {
+    const std::string call = in_device ? "ioctl" : "read";
+    const auto held = std::chrono::seconds(in_device ? 30 : 3);
+    const Json power = Ask({"power", ""}), filesystem = Ask({"fs", "metadata"});
+    Traced({"-e", "inject=" + call + ":delay_enter=" + std::to_string(held.count()) + "s:when=1"},
+           [&] {
+               const auto start = std::chrono::steady_clock::now();
+               Child first([&] { _exit(Ask({"power", ""}) == power ? 0 : 1); });
+               usleep(500'000);
+               EXPECT_EQ(Ask({"fs", "metadata"}), filesystem);
+               EXPECT_EQ(first.Wait(), 0);
+               const auto waited = std::chrono::steady_clock::now() - start;
+               EXPECT_GE(waited, held);
+               EXPECT_LE(waited, held + std::chrono::seconds(2));
+           });
+}
+
+}  // namespace
