@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string>
+#include <vector>
 
 // To be called first: the private root can only be entered before there is a second thread.
 inline void StartFuzzing() {
@@ -19,6 +19,8 @@ inline void StartFuzzing() {
     logging::InitLogging(nullptr, [](auto...) {});
     EnterPrivateRoot();
 }
+
+using Bytes = std::vector<uint8_t>;
 
 // The input, eaten from the front. Past its end come zeros and nothing.
 class Input {
@@ -40,7 +42,3 @@ class Input {
   private:
     std::span<const uint8_t> rest_;
 };
-
-inline std::string TextOf(std::span<const uint8_t> bytes) {
-    return {bytes.begin(), bytes.end()};
-}

@@ -36,55 +36,47 @@ Question QuestionOf(unsigned long request, const nvme_passthru_cmd* command) {
 }
 
 // The little-endian number of `size` bytes.
-uint64_t Number(const Page& page, size_t offset, size_t size) {
+int64_t Number(Question page, size_t offset, size_t size = 1) {
     uint64_t number = 0;
-    while (size-- > 0) number = number << 8 | page[offset + size];
-    return number;
+    while (size-- > 0) number = number << 8 | pages[page][offset + size];
+    return static_cast<int64_t>(number);
 }
-
-std::string Text(const Page& page, size_t offset, size_t size) {
-    const std::string text = TextOf(std::span(page).subspan(offset, size));
+int32_t Small(Question page, size_t offset, size_t size = 1) {
+    return static_cast<int32_t>(Number(page, offset, size));
+}
+std::string Text(Question page, size_t offset, size_t size) {
+    const std::string text(pages[page].begin() + offset, pages[page].begin() + offset + size);
     return text.substr(0, text.find('\0'));
 }
 
 NvmeInfoParcel WantedInfo() {
-    NvmeInfoParcel info;
-    info.size = results[kSize] == 0 ? static_cast<int64_t>(size_bytes) : 0;
-    if (results[kIdentity] != 0) return info;
-    info.type = "NVMe";
-    info.modelNumber = Text(pages[kIdentity], 24, 40);
-    info.serialNumber = Text(pages[kIdentity], 4, 20);
-    info.firmwareRevision = Text(pages[kIdentity], 64, 8);
-    info.versionMajor = static_cast<int32_t>(Number(pages[kIdentity], 82, 2));
-    info.versionMinor = pages[kIdentity][81];
-    info.versionTertiary = pages[kIdentity][80];
-    info.ffuSupport = pages[kIdentity][256] / 4 % 2 == 1;
-    return info;
+    const int64_t size = results[kSize] == 0 ? static_cast<int64_t>(size_bytes) : 0;
+    if (results[kIdentity] != 0) return {.size = size};
+    return {"NVMe",
+            Text(kIdentity, 24, 40),
+            Text(kIdentity, 4, 20),
+            Text(kIdentity, 64, 8),
+            Small(kIdentity, 82, 2),
+            Small(kIdentity, 81),
+            Small(kIdentity, 80),
+            Number(kIdentity, 256) / 4 % 2 == 1,
+            size};
 }
 
 NvmeHealthInfoParcel WantedHealth() {
-    NvmeHealthInfoParcel health;
-    health.availableSpare = pages[kHealthLog][3];
-    health.availableSpareThreshold = pages[kHealthLog][4];
-    health.percentageUsed = pages[kHealthLog][5];
-    health.criticalWarning = pages[kHealthLog][0];
-    health.dataUnitsWritten = static_cast<int64_t>(Number(pages[kHealthLog], 48, 8));
-    health.numberOfMediaErrors = static_cast<int64_t>(Number(pages[kHealthLog], 160, 8));
-    health.numberOfErrorLogEntries = static_cast<int64_t>(Number(pages[kHealthLog], 176, 8));
-    health.discardReadValue = "undefined";
-    const int discard = pages[kNamespace][33] % 8;
     const bool told = results[kNamespaceId] >= 0 && results[kNamespace] == 0;
-    if (told && discard == 1) health.discardReadValue = "0";
-    if (told && discard == 2) health.discardReadValue = "1";
-    return health;
+    const int64_t discard = told ? Number(kNamespace, 33) % 8 : 0;
+    return {Small(kHealthLog, 3),       Small(kHealthLog, 4),
+            Small(kHealthLog, 5),       Small(kHealthLog, 0),
+            Number(kHealthLog, 48, 8),  Number(kHealthLog, 160, 8),
+            Number(kHealthLog, 176, 8), discard == 1 ? "0" : discard == 2 ? "1" : "undefined"};
 }
 
 NvmePowerInfoParcel WantedPower() {
     const uint32_t state = dword0 % 32;
-    if (results[kFeatures] != 0 || results[kIdentity] != 0 || state > pages[kIdentity][263]) {
-        return {-1, false};
-    }
-    return {static_cast<int32_t>(state), pages[kIdentity][2051 + 32 * state] / 2 % 2 == 0};
+    const bool known = results[kFeatures] == 0 && results[kIdentity] == 0;
+    if (!known || state > Number(kIdentity, 263)) return {-1, false};
+    return {static_cast<int32_t>(state), Number(kIdentity, 2051 + 32 * state) / 2 % 2 == 0};
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <limits>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "fuzz.h"
 
@@ -15,22 +14,18 @@ using namespace orvane::tavisk::disk_info;
 
 namespace {
 
-bool IsBlank(char c) {
-    return c == ' ' || (c >= 0x09 && c <= 0x0D);
+constexpr char kBlanks[] = "\x20\x09\x0A\x0B\x0C\x0D";
+
+std::string WithoutLeadingBlanks(const std::string& text) {
+    return text.substr(std::min(text.find_first_not_of(kBlanks), text.size()));
 }
 
-std::string_view WithoutLeadingBlanks(std::string_view text) {
-    while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
-    return text;
-}
-
-std::string_view Trimmed(std::string_view text) {
-    while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
-    return WithoutLeadingBlanks(text);
+std::string Trimmed(const std::string& line) {
+    return WithoutLeadingBlanks(line.substr(0, line.find_last_not_of(kBlanks) + 1));
 }
 
 // All of `digits`, at least one, as a number of 64 bits.
-std::optional<uint64_t> Number(std::string_view digits, unsigned base) {
+std::optional<uint64_t> Number(const std::string& digits, unsigned base) {
     if (digits.empty()) return std::nullopt;
     uint64_t number = 0;
     for (const char c : digits) {
@@ -46,14 +41,14 @@ std::optional<uint64_t> Number(std::string_view digits, unsigned base) {
     return number;
 }
 
-std::optional<uint64_t> Unsigned(std::string_view text) {
+std::optional<uint64_t> Unsigned(std::string text) {
     text = WithoutLeadingBlanks(text);
     if (text.starts_with("0x") || text.starts_with("0X")) return Number(text.substr(2), 16);
     return Number(text.substr(text.starts_with('+') ? 1 : 0), 10);
 }
 
 // 0 where there is no number, or one outside the range.
-int64_t Signed(std::string_view text, int64_t min, int64_t max) {
+int64_t Signed(std::string text, int64_t min, int64_t max) {
     text = WithoutLeadingBlanks(text);
     const bool negative = text.starts_with('-');
     const auto size = negative ? Number(text.substr(1), 10) : Unsigned(text);
@@ -75,7 +70,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const std::string content = TextOf({data, size});
+    const std::string content(data, data + size);
     const std::string line = content.substr(0, content.find('\n'));
     WriteFile("/sys/file", content);
     EXPECT_EQ(ReadFirstLine("/sys/file"), line);
