@@ -108,7 +108,7 @@ class HostileTest : public PrivateRootTest {
         EXPECT_TRUE(Eventually([&] { return Vitals(daemon_->pid()).descriptors == kDescriptors; }));
         const Vitals after(daemon_->pid());
         EXPECT_EQ(after.threads, 1);
-        EXPECT_LE(after.memory_kib, before_->memory_kib + 128);
+        EXPECT_LE(after.memory_kib, before_->memory_kib + 256);
         RecordProperty("memory_kib_before", int(before_->memory_kib));
         RecordProperty("memory_kib_after", int(after.memory_kib));
         close(stop_);

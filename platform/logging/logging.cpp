@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 #include <utility>
 
 namespace logging {
@@ -70,31 +69,6 @@ int SyslogPriority(LogSeverity severity) {
     return LOG_CRIT;
 }
 
-// syslog(3) keeps the tag's address and one tag for the whole process.
-void WriteToSyslog(int facility, LogSeverity severity, const char* tag, const std::string& text) {
-    static std::mutex mutex;
-    static std::string& current_tag = *new std::string;
-    const std::lock_guard lock(mutex);
-    if (current_tag != tag) {
-        current_tag = tag;
-        openlog(current_tag.c_str(), LOG_PID, facility);
-    }
-    syslog(facility | SyslogPriority(severity), "%s", text.c_str());
-}
-
-bool LogDaemonListens() {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, "/dev/log");
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) return false;
-    const int result = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    // A daemon behind a stream socket is one as well; syslog(3) then connects that way.
-    const bool listens = result == 0 || errno == EPROTOTYPE;
-    close(fd);
-    return listens;
-}
-
 void StderrLogger(LogId, LogSeverity severity, const char* tag, const char* file, unsigned int line,
                   const char* message) {
     WriteToStderr(severity, tag, file, line, message);
@@ -114,18 +88,50 @@ Setup& TheSetup() {
 
 }  // namespace
 
-LogdLogger::LogdLogger(LogId default_id)
-    : default_id_(default_id), to_stderr_(!LogDaemonListens()) {}
+// The way to the log daemon, for one datagram a record. Not syslog(3): it puts the time in front,
+// which the daemon knows too, at the price of the C library's time zones and scanning, and it waits
+// for a daemon that does not read.
+class LogdLogger::Socket {
+  public:
+    Socket() : fd_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {}
+    ~Socket() {
+        if (fd_ >= 0) close(fd_);
+    }
+    Socket(const Socket&) = delete;
+    Socket& operator=(const Socket&) = delete;
+
+    // False: no daemon listens.
+    bool Connect() const {
+        constexpr sockaddr_un kAddress{AF_UNIX, "/dev/log"};
+        return connect(fd_, reinterpret_cast<const sockaddr*>(&kAddress), sizeof kAddress) == 0;
+    }
+    // Reaches a daemon that was started anew, too. False: none takes the record now.
+    bool Send(const std::string& record) const {
+        const auto send_once = [&] {
+            return send(fd_, record.data(), record.size(), MSG_NOSIGNAL) >= 0;
+        };
+        return send_once() || (errno != EAGAIN && Connect() && send_once());
+    }
+
+  private:
+    const int fd_;
+};
+
+LogdLogger::LogdLogger(LogId default_id) : default_id_(default_id), pid_(getpid()) {
+    auto log = std::make_shared<const Socket>();
+    if (log->Connect()) log_ = std::move(log);
+}
 
 void LogdLogger::operator()(LogId id, LogSeverity severity, const char* tag, const char* file,
                             unsigned int line, const char* message) const {
-    if (to_stderr_) {
-        WriteToStderr(severity, tag, file, line, message);
-        return;
-    }
     const LogId buffer = id == DEFAULT ? default_id_ : id;
     const int facility = buffer == MAIN ? LOG_DAEMON : LOG_USER;
-    WriteToSyslog(facility, severity, tag, Place(file, line) + Escaped(message));
+    if (log_ != nullptr &&
+        log_->Send('<' + std::to_string(facility | SyslogPriority(severity)) + '>' + tag + '[' +
+                   std::to_string(pid_) + "]: " + Place(file, line) + Escaped(message))) {
+        return;
+    }
+    WriteToStderr(severity, tag, file, line, message);
 }
 
 void DefaultAborter(const char*) {

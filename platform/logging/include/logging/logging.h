@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -24,8 +25,9 @@ using LogFunction = std::function<void(LogId id, LogSeverity severity, const cha
 using AbortFunction = std::function<void(const char* message)>;
 
 // Hands records to the system log under the tag, as "file:line: text"; or, where no log daemon
-// listens when the logger is made, to standard error as one line "SEVERITY tag file:line: text".
-// Control characters in the text are written as \n or \x1b: a record stays one line.
+// listens when the logger is made, to standard error as one line "SEVERITY tag file:line: text",
+// and there too what a daemon does not take at once. Never waits for it. Control characters in the
+// text are written as \n or \x1b: a record stays one line.
 class LogdLogger {
   public:
     explicit LogdLogger(LogId default_id = MAIN);
@@ -33,8 +35,11 @@ class LogdLogger {
                     unsigned int line, const char* message) const;
 
   private:
+    class Socket;
+
     LogId default_id_;
-    bool to_stderr_;
+    int pid_;
+    std::shared_ptr<const Socket> log_;  // null: nobody listened
 };
 
 // Ends the process with SIGABRT; the record itself has gone to the logger before.

@@ -3,8 +3,18 @@
 #include <logging/logging.h>
 #include <service/DiskInfoService.h>
 
+#include <cstdlib>
+
 using binder::SharedRefBase;
 using morsk::com::quendar::tavisk::disk_info::DiskInfoService;
+
+// What the C++ library calls when it would throw, which here is when memory is out. Its own version
+// prints the exception's name, and brings along all that reads such names: 57 kB.
+namespace __gnu_cxx {
+void __verbose_terminate_handler() {
+    std::abort();
+}
+}  // namespace __gnu_cxx
 
 // Ends only when the name is refused or the pool returns, and both are failures: always 1. A lazy
 // service that is no longer needed is ended inside the pool.
