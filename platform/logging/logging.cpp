@@ -4,6 +4,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -18,16 +19,19 @@ std::atomic<LogSeverity> minimum_severity{INFO};
 // A record is one line: a text that came from elsewhere must not end it early or drive a terminal.
 std::string Escaped(std::string_view text) {
     constexpr char kHex[] = "0123456789abcdef";
+    const auto is_control = [](char c) { return (c >= 0 && c < 0x20) || c == 0x7f; };
     std::string result;
-    result.reserve(text.size());
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte != 0x7f) {
-            result += c;
-        } else if (c == '\n') {
+    while (!text.empty()) {
+        const auto control = std::ranges::find_if(text, is_control);
+        result.append(text.begin(), control);
+        text.remove_prefix(size_t(control - text.begin()));
+        if (text.empty()) break;
+        const char c = text.front();
+        text.remove_prefix(1);
+        if (c == '\n') {
             result += "\\n";
         } else {
-            result += {'\\', 'x', kHex[byte >> 4], kHex[byte & 15]};
+            result += {'\\', 'x', kHex[c >> 4], kHex[c & 15]};
         }
     }
     return result;

@@ -62,10 +62,10 @@ int UfsInfo::GetType() const {
 }
 
 std::string UfsInfo::ReadSysfsFile(const std::string& path) {
-    const std::string line = ReadFirstLine(path).value_or("");
-    const size_t first = line.find_first_not_of(kWhiteSpace);
-    if (first == std::string::npos) return "";
-    return line.substr(first, line.find_last_not_of(kWhiteSpace) - first + 1);
+    std::string line = ReadFirstLine(path).value_or("");
+    line.erase(line.find_last_not_of(kWhiteSpace) + 1);  // all of it where nothing else is found
+    line.erase(0, line.find_first_not_of(kWhiteSpace));
+    return line;
 }
 
 bool UfsInfo::GetUfsScsiDevicePath(std::string* out) {

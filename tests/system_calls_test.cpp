@@ -1,3 +1,5 @@
+// The daemon's system calls: which an answer makes, and what becomes of it when one fails or waits.
+//
 // Every system call that the daemon makes for a client fails once, in every way: the n-th of each
 // kind, by strace's fault injection into the running daemon. The client sees the answer, the answer
 // with neutral values in place of some, the error status of what cannot be read or a broken
@@ -19,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+using namespace morsk::com::quendar::tavisk::disk_info;
 using disk_info::client::Json;
 using disk_info::client::Question;
 
@@ -60,7 +63,7 @@ bool IsUnavailable(const Json& answer) {
     return answer.dump().find(R"({"error":{"kind":"service","code":-1}})") != std::string::npos;
 }
 
-class FaultSweepTest : public PrivateRootTest {
+class SystemCallsTest : public PrivateRootTest {
   protected:
     void SetUp() override {
         if (!in_device) {
@@ -75,7 +78,7 @@ class FaultSweepTest : public PrivateRootTest {
 
     // Runs `ask` while strace, with `options`, is attached to the daemon.
     template <typename Asking>
-    void Traced(const std::vector<std::string>& options, Asking&& ask) {
+    void Traced(const std::vector<std::string>& options, Asking&& ask, int kept_clients = 0) {
         std::vector<std::string> words{in_device ? "/bin/strace" : "/usr/bin/strace", "-o",
                                        "/run/trace", "-p", std::to_string(daemon_->pid())};
         words.insert(words.end(), options.begin(), options.end());
@@ -84,14 +87,14 @@ class FaultSweepTest : public PrivateRootTest {
         ASSERT_TRUE(
             Eventually([&] { return strace.err().find(" attached") != std::string::npos; }));
         ask();
-        AwaitNoClient();
+        AwaitClients(kept_clients);
         strace.Kill(SIGINT);
         (void)strace.Wait();
     }
 
-    // Three standard streams, the socket, epoll.
-    void AwaitNoClient() {
-        ASSERT_TRUE(Eventually([&] { return Vitals(daemon_->pid()).descriptors == 5; }));
+    // Beside them the daemon has three standard streams, the socket and epoll.
+    void AwaitClients(int count) {
+        ASSERT_TRUE(Eventually([&] { return Vitals(daemon_->pid()).descriptors == 5 + count; }));
     }
 
     // How often the daemon makes each system call for one question.
@@ -131,7 +134,7 @@ class FaultSweepTest : public PrivateRootTest {
             EXPECT_TRUE(IsUnavailable(answer) || IsPartOf(answer, Json::parse(whole))) << answer;
         }
         ASSERT_EQ(Ask(question).dump(), whole) << "the next answer";
-        ASSERT_NO_FATAL_FAILURE(AwaitNoClient());
+        ASSERT_NO_FATAL_FAILURE(AwaitClients(0));
         ++faults_;
     }
 
@@ -140,7 +143,7 @@ class FaultSweepTest : public PrivateRootTest {
     int faults_ = 0;
 };
 
-TEST_F(FaultSweepTest, EverySystemCallMayFail) {
+TEST_F(SystemCallsTest, EverySystemCallMayFail) {
     for (const Question& question : std::vector<Question>{
              {"power", ""}, {"info", ""}, {"health", ""}, {"fs", "userdata"}, {"fs", "metadata"}}) {
         const Json& answer = answers_[question.command + question.partition] = Ask(question);
@@ -161,8 +164,65 @@ TEST_F(FaultSweepTest, EverySystemCallMayFail) {
     std::cout << faults_ << " faults\n";
 }
 
+// As many files as are read.
+std::string Files(int count) {
+    std::string list;
+    for (int i = 0; i < count; ++i) list += "openat read close ";
+    return list;
+}
+
+// What one question costs on a kept connection: the names in their order, and how often in a row.
+// The loop's own are the receive and the send, and one wait before.
+TEST_F(SystemCallsTest, EachAnswerMakesThoseItNeedsAndNoOther) {
+    const auto service = ConnectToService();
+    const auto made = [&](auto&& ask) {
+        ask();  // the first of its kind may take memory
+        Traced({}, ask, 1);
+        std::ifstream trace("/run/trace");
+        std::string list, last;
+        int count = 0;
+        for (std::string line; last != "sendmsg" && std::getline(trace, line); ++count) {
+            const std::string name = line.substr(0, line.find('('));
+            if (list.empty() && name != "recvfrom") continue;  // the end of what went before
+            if (name == last) continue;
+            if (count > 1) list += '*' + std::to_string(count);
+            list += (list.empty() ? "" : " ") + name;
+            last = name;
+            count = 0;
+        }
+        return list;
+    };
+    std::optional<DiskInfoParcel> info;
+    std::optional<DiskHealthParcel> health;
+    std::optional<DiskPowerParcel> power;
+    std::optional<FilesystemInfoParcel> filesystem;
+    const std::string info_calls = made([&] { (void)service->getDiskInfo(&info); });
+    const std::string health_calls = made([&] { (void)service->getDiskHealth(&health); });
+    const std::string power_calls = made([&] { (void)service->getDiskPower(&power); });
+    const std::string asked = "recvfrom ", sent = "sendmsg";
+    const std::string disk = asked + "readlink*7 ";
+    ASSERT_TRUE(info);
+    if (info->nvme() != nullptr) {
+        EXPECT_EQ(info_calls, disk + "openat ioctl close openat ioctl close " + sent);
+        EXPECT_EQ(health_calls, disk + "openat ioctl close openat ioctl*2 close " + sent);
+        EXPECT_EQ(power_calls, disk + "openat ioctl*2 close " + sent);
+    } else {
+        // The unit's directory is looked for twice, and each find is a record.
+        const std::string ufs =
+            disk + "newfstatat readlink*11 write newfstatat readlink*11 write*2 ";
+        EXPECT_EQ(info_calls, ufs + Files(19) + "openat ioctl " +
+                                  (in_device ? "close " : "write close ") + sent);
+        EXPECT_EQ(health_calls, ufs + Files(5) + sent);
+        EXPECT_EQ(power_calls, ufs + Files(19) + sent);
+    }
+    for (const char* partition : {"userdata", "metadata"}) {
+        EXPECT_EQ(made([&] { (void)service->getFilesystemInfo(partition, &filesystem); }),
+                  asked + "readlink newfstatat " + Files(3) + sent);
+    }
+}
+
 // One thread serves: while a disk holds a command, all wait, and are then answered.
-TEST_F(FaultSweepTest, ADiskThatHoldsACommandDelaysTheAnswersAndNoMore) {
+TEST_F(SystemCallsTest, ADiskThatHoldsACommandDelaysTheAnswersAndNoMore) {
     const std::string call = in_device ? "ioctl" : "read";
     const auto held = std::chrono::seconds(in_device ? 30 : 3);
     const Json power = Ask({"power", ""}), filesystem = Ask({"fs", "metadata"});
