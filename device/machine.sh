@@ -70,7 +70,8 @@ make_disk() {
 }
 
 # Boots kernel $2 and initrd $3 with the disk $1, the rest being further QEMU arguments, and exits
-# with the status of the guest's script. The console is kept in build/device/console-$1.log.
+# with the status of the guest's script. The console is kept in build/device/console-$1.log. With
+# DISK_INFO_ICOUNT, QEMU's argument of -icount, the guest's clock counts instructions, on one CPU.
 run_machine() {
   local kind=$1 kernel=$2 initrd=$3 console=$PWD/build/device/console-$1.log image
   local line ended='' limit=$up_limit_s phase='before it was up'
@@ -81,10 +82,12 @@ run_machine() {
     nvme) disk+=(-device "nvme,id=disk,serial=$nvme_serial,drive=data") ;;
     ufs) disk+=(-device "ufs,id=disk" -device "ufs-lu,bus=disk,lun=0,drive=data") ;;
   esac
+  local vcpus=(-accel 'tcg,thread=multi' -smp 2)
+  [[ -z ${DISK_INFO_ICOUNT:-} ]] || vcpus=(-accel 'tcg,thread=single' -smp 1 -icount "$DISK_INFO_ICOUNT")
   mkfifo "$run_dir/monitor.in" "$run_dir/monitor.out"
   : >"$console"
-  exec {voice}< <(exec timeout -k 5 "$whole_limit_s" qemu-system-x86_64 -accel tcg,thread=multi \
-    -cpu max -smp 2 -m 512 -nodefaults -nic none -display none -no-reboot \
+  exec {voice}< <(exec timeout -k 5 "$whole_limit_s" qemu-system-x86_64 "${vcpus[@]}" \
+    -cpu max -m 512 -nodefaults -nic none -display none -no-reboot \
     -kernel "$kernel" -initrd "$initrd" "${disk[@]}" "$@" \
     -chardev "pipe,id=monitor,path=$run_dir/monitor" -mon chardev=monitor,mode=readline \
     -serial "file:$console" -serial stdio </dev/null 2>"$run_dir/qemu.log")

@@ -143,20 +143,18 @@ TEST_F(HostileTest, RandomMessages) {
 }
 
 TEST_F(HostileTest, HalfAMillionGoodAndBadRequests) {
-    std::optional<RawClient> client;
     for (int i = 0; i < 500'000; i += 5) {
-        if (!client) client.emplace();
-        ASSERT_TRUE(client->Send(kVersion));
-        ASSERT_EQ(client->Receive(), 0);
-        ASSERT_TRUE(client->Send(kUnknown));
-        ASSERT_EQ(client->Receive(), -74);
-        ASSERT_TRUE(client->Send(kNoPartition));
-        ASSERT_EQ(client->Receive(), -61);
-        ASSERT_TRUE(client->Send(kHash));
-        ASSERT_EQ(client->Receive(), 0);
-        ASSERT_TRUE(client->Send(i % 2 == 0 ? "BirQ" : std::string(65549, 'x')));
-        ASSERT_EQ(client->Receive(), std::nullopt);
-        client.reset();
+        const RawClient client;
+        ASSERT_TRUE(client.Send(kVersion));
+        ASSERT_EQ(client.Receive(), 0);
+        ASSERT_TRUE(client.Send(kUnknown));
+        ASSERT_EQ(client.Receive(), -74);
+        ASSERT_TRUE(client.Send(kNoPartition));
+        ASSERT_EQ(client.Receive(), -61);
+        ASSERT_TRUE(client.Send(kHash));
+        ASSERT_EQ(client.Receive(), 0);
+        ASSERT_TRUE(client.Send(i % 2 == 0 ? "BirQ" : std::string(65549, 'x')));
+        ASSERT_EQ(client.Receive(), std::nullopt);
     }
 }
 

@@ -89,36 +89,11 @@ TEST_F(ServiceTest, AnNvmeDiskThatCannotBeReadFailsHealthAlone) {
 }
 
 TEST_F(ServiceTest, UfsAnswers) {
-    PlaceUfsDisk();
-    const std::string unit = kUnit;
-    const std::string host = kController;
-    const std::pair<std::string, const char*> files[] = {
-        {unit + "/vendor", "V"},
-        {unit + "/model", "M"},
-        {unit + "/rev", "R"},
-        {unit + "/ioerr_cnt", "0xffffffffffffffff"},
-        {unit + "/unit_descriptor/provisioning_type", "0x03"},
-        {unit + "/unit_descriptor/wb_buf_alloc_units", "0x11"},
-        {host + "/device_descriptor/ext_feature_sup", "0x00000101"},
-        {host + "/device_descriptor/specification_version", "0x0310"},
-        {host + "/device_descriptor/ufs_features", "0x0f"},
-        {host + "/device_descriptor/wb_presv_us_en", "0x02"},
-        {host + "/device_descriptor/wb_shared_alloc_units", "0x80000001"},
-        {host + "/geometry_descriptor/wb_sup_wb_type", "0x01"},
-        {host + "/geometry_descriptor/wb_max_alloc_units", "0x21"},
-        {host + "/geometry_descriptor/allocation_unit_size", "0x01"},
-        {host + "/geometry_descriptor/segment_size", "0x02"},
-        {host + "/power_info/gear", "HS_GEAR4"},
-        {host + "/power_info/lane", "2"},
-        {host + "/power_info/rate", "HS_RATE_B"},
-        {host + "/power_info/link_state", "ACTIVE"},
-        {host + "/health_descriptor/eol_info", "0x01"},
-        {host + "/health_descriptor/life_time_estimation_a", "0x02"},
-        {host + "/health_descriptor/life_time_estimation_b", "0x03"},
-        {host + "/wb_on", "1"},
-        {unit + "/block/sda/size", "8589934596"},  // 2^33 + 4 sectors: half of it is the buffer
-    };
-    for (const auto& [path, content] : files) WriteFile(path, std::string(content) + "\n");
+    PlaceDevice();
+    WriteFile(std::string(kUnit) + "/ioerr_cnt", "0xffffffffffffffff");
+    WriteFile(std::string(kController) + "/device_descriptor/wb_shared_alloc_units", "0x80000001");
+    // 2^33 + 4 sectors: half of it is the buffer
+    WriteFile(std::string(kUnit) + "/block/sda/size", "8589934596");
     FakeNvme block_size;
     block_size.ExpectSize(4398046513152);
 

@@ -84,8 +84,8 @@ TEST_F(SoakTest, MemoryDescriptorsAndRecordsStayAsTheyAreDue) {
     EXPECT_EQ(counter.Wait(), 0);
     // Of each record that is due its number, and no other.
     std::map<std::string, long> due = {
-        {"Found UFS SCSI device path: /sys/devices/05.0/host0/target0/0:0:0:0", 6 * rounds},
-        {"Found UFS host path: /sys/devices/05.0", 3 * rounds},
+        {std::string("Found UFS SCSI device path: ") + kUnit, 6 * rounds},
+        {std::string("Found UFS host path: ") + kController, 3 * rounds},
         {"Failed to get size for /dev/block/sda: Inappropriate ioctl for device", rounds},
     };
     std::ifstream counts("/run/counts");

@@ -140,19 +140,6 @@ TEST_F(TransportTest, AttachedDescriptorsAreDropped) {
     close(ends[0]);
 }
 
-TEST_F(TransportTest, AClientThatNeverReadsIsDroppedAndHoldsNobodyUp) {
-    const Child server(Serve);
-    const StrongBinder good = Connect();
-    const RawSocket client;
-    ASSERT_NO_FATAL_FAILURE(client.Connect());
-    // Some replies fill its queue; then its connection is closed.
-    EXPECT_TRUE(Eventually([&] {
-        ExpectAnswered(good);
-        return Send(client.fd(), "BirQ\4\0\0\0\0\0\0\0"s) < 0 && errno == EPIPE;
-    }));
-    ExpectAnswered(good);
-}
-
 // Takes all 256 places, in the names of four users.
 void TakeAllPlaces(std::deque<RawSocket>* clients) {
     for (uid_t i = 0; i < 256; ++i) {

@@ -3,6 +3,7 @@
 #include <binder/parcel_utils.h>
 #include <binder/process.h>
 #include <daemon.h>
+#include <device_tree.h>
 #include <message.h>
 #include <service/DiskInfoService.h>
 #include <sys/socket.h>

@@ -1,6 +1,7 @@
 // The service object on a data partition of the test's making.
 #pragma once
 
+#include <device_tree.h>
 #include <gtest/gtest.h>
 #include <log_capture.h>
 #include <private_root.h>
@@ -13,8 +14,6 @@
 using namespace morsk::com::quendar::tavisk::disk_info;
 
 inline constexpr char kUserdata[] = "/dev/block/by-name/userdata";
-inline constexpr char kController[] = "/sys/devices/pci0/0000:05";
-inline constexpr char kUnit[] = "/sys/devices/pci0/0000:05/host2/target2:0:0/2:0:0:0";
 
 class ServiceTest : public PrivateRootTest {
   protected:
