@@ -1,14 +1,20 @@
 // Asks the daemon and its floor, bare/server.c, in turn, and prints one line a sample: measure,
 // "ours" or "floor", value, separated by tabs. bench/table.py makes the table of these lines.
 //
-//   client calls   BARE WHERE OURS_PID BARE_PID ROUNDS BATCH KIND...
-//                                                      µs a call on a kept connection, and of CPU
-//   client repeat  CALLS KIND                          prints nothing
-//   client start   ROUNDS OURS BARE                    µs from exec to the first answer
-//   client first   MEASURE SIDE SOCKET                 ms from connect to the first answer
-//   client run     MEASURE ROUNDS OURS FLOOR           ms of two shell commands that are run in
-//   turn client load    BARE SECONDS CLIENTS                many clients at once client memory
-//   MEASURE SIDE PID [CLIENTS]          KiB; with so many idle clients, bytes for each
+//   client calls BARE WHERE OURS_PID BARE_PID ROUNDS BATCH KIND...
+//       µs a call on a kept connection, and µs of CPU
+//   client repeat CALLS KIND
+//       prints nothing
+//   client start ROUNDS OURS BARE
+//       µs from exec to the first answer
+//   client first MEASURE SIDE SOCKET
+//       ms from connect to the first answer
+//   client run MEASURE ROUNDS OURS FLOOR
+//       ms of two shell commands that are run in turn
+//   client load BARE SECONDS CLIENTS
+//       many clients at once
+//   client memory MEASURE SIDE PID [CLIENTS]
+//       KiB; with so many idle clients, bytes for each
 //
 // BARE is the socket of the bare server, WHERE the text that stands before each measure. The bare
 // server's plans are those of kKinds, in that order.
