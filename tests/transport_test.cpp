@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <deque>
 #include <string>
@@ -188,11 +189,24 @@ TEST_F(TransportTest, AUserWithAllHisPlacesIsRefusedAndOthersAreNot) {
     kernel.user = 8;
     ExpectAnswered(Connect());
     kernel.user = 7;
-    clients.pop_back();
-    EXPECT_TRUE(Eventually([] {
+    const auto admitted = [] {
         int32_t number = 21;
         return Call(Connect(), 1, &number) == STATUS_OK;
+    };
+    clients.pop_back();
+    EXPECT_TRUE(Eventually(admitted));
+    // With all places taken again, those that are silent give way to a newcomer after 10 seconds.
+    clients.push_back(Connect());
+    ExpectAnswered(clients.back());
+    EXPECT_FALSE(admitted());
+    EXPECT_TRUE(Eventually([&] {
+        usleep(100'000);
+        ExpectAnswered(clients[0]);
+        return admitted();
     }));
+    ExpectAnswered(clients[0]);
+    int32_t number = 21;
+    EXPECT_EQ(Call(clients[1], 1, &number), STATUS_DEAD_OBJECT);
 }
 
 // One thread serves: all wait for the call that waits, and nobody else pays for it.
@@ -202,11 +216,13 @@ TEST_F(TransportTest, ACallThatWaitsDelaysTheOthersAndNoMore) {
     std::deque<RawSocket> clients;
     ASSERT_NO_FATAL_FAILURE(TakeAllPlaces(&clients));
     EXPECT_EQ(Send(clients[0].fd(), "BirQ\5\0\0\0\0\0\0\0"s), 12);
+    const auto start = std::chrono::steady_clock::now();
     usleep(200'000);
     for (size_t i = 1; i < clients.size(); ++i) EXPECT_EQ(Send(clients[i].fd(), kRequest), 16);
     const RawSocket newcomer;  // so that places are wanted
     ASSERT_NO_FATAL_FAILURE(newcomer.Connect());
     EXPECT_EQ(Receive(clients[0]), "BirP\0\0\0\0\0\0\0\0"s);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
     for (size_t i = 1; i < clients.size(); ++i) ASSERT_EQ(Receive(clients[i]), kReply) << i;
 }
 

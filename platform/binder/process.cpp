@@ -40,8 +40,9 @@ int64_t NowMs() {
 // Nothing is logged, since whatever a peer can cause it can cause a million times.
 //
 // With every place taken the listener is left alone, so that newcomers wait in its queue. If one
-// waits after 10 seconds, those who asked nothing in the meantime lose their place. A user who has
-// his share of the places is disconnected at once, so that others find one.
+// waits after 10 seconds, those who asked nothing in the meantime lose their place. So do those of
+// a user who has his share of the places and comes again; if none was silent, the newcomer is
+// disconnected, so that other users find a place.
 class Server {
   public:
     // message_ stays as it is until a message is received into it.
@@ -59,7 +60,7 @@ class Server {
     struct Connection {
         UniqueFd fd;
         uid_t user = 0;
-        bool asked = false;  // since the last place was taken, or the last look at who is silent
+        int64_t asked_at_ms = 0;  // or came
     };
 
     bool Watch(int operation, int fd, uint32_t number, uint32_t events);
@@ -70,7 +71,9 @@ class Server {
     void Pause(int64_t until_ms);
     void Resume();
     void CheckTime();
-    void CloseSilent();
+    void GiveWay();
+    template <typename Choice>
+    bool CloseSilent(int64_t since_ms, Choice&& chosen);
     int WaitMs() const;
 
     AIBinder* const binder_;
@@ -131,16 +134,15 @@ void Server::Admit(UniqueFd fd) {
     socklen_t size = sizeof peer;
     if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return;
     const auto is_his = [&](const Connection& c) { return c.fd && c.user == peer.uid; };
-    if (std::ranges::count_if(connections_, is_his) >= kMaxConnectionsOfAUser) return;
+    const bool full = std::ranges::count_if(connections_, is_his) >= kMaxConnectionsOfAUser;
+    if (full && !CloseSilent(NowMs() - kIdleMs, is_his)) return;
     const auto place =
         std::ranges::find_if(connections_, [](const Connection& c) { return !c.fd; });
     const auto number = uint32_t(place - connections_.begin());
     if (!Watch(EPOLL_CTL_ADD, fd.get(), number, EPOLLIN)) return;
-    *place = {std::move(fd), peer.uid};
+    *place = {std::move(fd), peer.uid, NowMs()};
     leave_at_ms_ = kNever;
-    if (++count_ < kMaxConnections) return;
-    for (Connection& connection : connections_) connection.asked = false;
-    Pause(NowMs() + kIdleMs);
+    if (++count_ == kMaxConnections) Pause(NowMs() + kIdleMs);
 }
 
 void Server::Serve(uint32_t number) {
@@ -148,7 +150,7 @@ void Server::Serve(uint32_t number) {
     const ReceiveResult result = Receive(connection.fd.get(), kRequestMagic, &message_);
     if (result == ReceiveResult::kNothing) return;
     if (result != ReceiveResult::kMessage) return Close(number);
-    connection.asked = true;
+    connection.asked_at_ms = NowMs();
     request_.Assign(message_.data());
     const binder_status_t status =
         RunTransaction(binder_, uint32_t(message_.header.word), &request_, &reply_);
@@ -173,11 +175,10 @@ void Server::Resume() {
     paused_until_ms_ = watched ? kNever : NowMs() + kAcceptRetryMs;
 }
 
-// The clock is read only when there is a point in time to wait for.
 void Server::CheckTime() {
     if (paused_until_ms_ == kNever && leave_at_ms_ == kNever) return;
     const int64_t now_ms = NowMs();
-    if (now_ms >= paused_until_ms_) count_ == kMaxConnections ? CloseSilent() : Resume();
+    if (now_ms >= paused_until_ms_) count_ == kMaxConnections ? GiveWay() : Resume();
     if (now_ms >= leave_at_ms_) {
         // A client that has just come is served rather than made to wait for the next process.
         Accept();
@@ -185,21 +186,33 @@ void Server::CheckTime() {
     }
 }
 
-// Whoever has a request waiting was not silent: this thread was busy.
-void Server::CloseSilent() {
-    std::array<pollfd, kMaxConnections + 1> waiting;
-    for (uint32_t number = 0; number < kMaxConnections; ++number) {
-        waiting[number] = {connections_[number].fd.get(), POLLIN, 0};
-    }
-    waiting[kListener] = {listener_, POLLIN, 0};
-    const bool polled = poll(waiting.data(), waiting.size(), 0) > 0;
-    const bool wanted = polled && waiting[kListener].revents != 0;
+// All places are taken, and were 10 seconds ago.
+void Server::GiveWay() {
+    pollfd waiting{listener_, POLLIN, 0};
+    const bool wanted = poll(&waiting, 1, 0) > 0;
+    const int64_t taken_ms = paused_until_ms_ - kIdleMs;
     Pause(NowMs() + kIdleMs);
+    if (wanted) (void)CloseSilent(taken_ms, [](const Connection&) { return true; });
+}
+
+// Closes those of the chosen that asked nothing since a point in time. Whoever has a request
+// waiting was not silent: this thread was busy. False: there was none.
+template <typename Choice>
+bool Server::CloseSilent(int64_t since_ms, Choice&& chosen) {
+    std::array<pollfd, kMaxConnections> silent;
     for (uint32_t number = 0; number < kMaxConnections; ++number) {
-        const bool silent = !connections_[number].asked && waiting[number].revents == 0;
-        connections_[number].asked = false;
-        if (wanted && silent) Close(number);
+        const Connection& connection = connections_[number];
+        const bool is_silent = chosen(connection) && connection.asked_at_ms < since_ms;
+        silent[number] = {is_silent ? connection.fd.get() : -1, POLLIN, 0};
     }
+    if (poll(silent.data(), silent.size(), 0) < 0) return false;
+    bool closed = false;
+    for (uint32_t number = 0; number < kMaxConnections; ++number) {
+        if (silent[number].fd < 0 || silent[number].revents != 0) continue;
+        Close(number);
+        closed = true;
+    }
+    return closed;
 }
 
 int Server::WaitMs() const {
