@@ -1,4 +1,5 @@
 #include <logging/logging.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <syslog.h>
@@ -135,6 +136,9 @@ void LogdLogger::operator()(LogId id, LogSeverity severity, const char* tag, con
                    std::to_string(pid_) + "]: " + Place(file, line) + Escaped(message))) {
         return;
     }
+    // Behind a service's standard error there is the log daemon again, most likely.
+    pollfd rest{STDERR_FILENO, POLLOUT, 0};
+    if (log_ != nullptr && poll(&rest, 1, 0) != 1) return;
     WriteToStderr(severity, tag, file, line, message);
 }
 

@@ -26,8 +26,8 @@ using AbortFunction = std::function<void(const char* message)>;
 
 // Hands records to the system log under the tag, as "file:line: text"; or, where no log daemon
 // listens when the logger is made, to standard error as one line "SEVERITY tag file:line: text",
-// and there too what a daemon does not take at once. Never waits for it. Control characters in the
-// text are written as \n or \x1b: a record stays one line.
+// and there too what a daemon does not take at once, if that takes it. Never waits for the daemon.
+// Control characters in the text are written as \n or \x1b: a record stays one line.
 class LogdLogger {
   public:
     explicit LogdLogger(LogId default_id = MAIN);
