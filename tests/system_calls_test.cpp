@@ -1,8 +1,8 @@
 // The daemon's system calls: which an answer makes, and what becomes of it when one fails or waits.
 //
-// Every system call that the daemon makes for a client fails once, in every way: the n-th of each
-// kind, by strace's fault injection into the running daemon. The client sees the answer, the answer
-// with neutral values in place of some, the error status of what cannot be read or a broken
+// Those that read, receive, send, accept and wait for a client fail once, in every way: the n-th of
+// each kind, by strace's fault injection into the running daemon. The client sees the answer, the
+// answer with neutral values in place of some, the error status of what cannot be read or a broken
 // connection, as the call that failed allows; the next client sees the answer, and nothing leaks.
 //
 // On files here; in an emulated device, where DISK_INFO_DEVICE is set, on its disk.
@@ -75,21 +75,29 @@ class SystemCallsTest : public PrivateRootTest {
             PlaceDevice();
         }
         const char* program = in_device ? "/bin/disk_info_service" : SERVICE_PROGRAM;
-        daemon_.emplace(std::vector<std::string>{program}, "/run/service",
-                        [] { close_range(3, ~0U, CLOSE_RANGE_CLOEXEC); });
+        daemon_.emplace(std::vector<std::string>{program}, "/run/service", [] {
+            close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
+            setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // cannot while traced
+        });
         ASSERT_TRUE(Eventually([] { return bool(ConnectToService()); }));
     }
 
-    // Runs `ask` while strace, with `options`, is attached to the daemon.
-    template <typename Asking>
-    void Traced(const std::vector<std::string>& options, Asking&& ask, int kept_clients = 0) {
+    // strace on the daemon, with `options`.
+    Child Attach(const std::vector<std::string>& options) {
         std::vector<std::string> words{in_device ? "/bin/strace" : "/usr/bin/strace", "-o",
                                        "/run/trace", "-p", std::to_string(daemon_->pid())};
         words.insert(words.end(), options.begin(), options.end());
         unlink("/run/strace.err");
         Child strace(words, "/run/strace");
-        ASSERT_TRUE(
+        EXPECT_TRUE(
             Eventually([&] { return strace.err().find(" attached") != std::string::npos; }));
+        return strace;
+    }
+
+    // Runs `ask` while strace is attached.
+    template <typename Asking>
+    void Traced(const std::vector<std::string>& options, Asking&& ask, int kept_clients = 0) {
+        Child strace = Attach(options);
         ask();
         AwaitClients(kept_clients);
         strace.Kill(SIGINT);
@@ -122,8 +130,7 @@ class SystemCallsTest : public PrivateRootTest {
         const std::string lines{std::istreambuf_iterator<char>(trace), {}};
         // Whether the daemon waits once more before strace lets go is chance.
         const bool injected = lines.find("(INJECTED)") != std::string::npos;
-        if (!injected && call == "epoll_wait") return;
-        ASSERT_TRUE(injected) << lines;
+        ASSERT_TRUE(injected || call == "epoll_wait") << lines;
         const std::string& whole = answers_.at(question.command + question.partition).dump();
         const bool same = answer.dump() == whole;
         // Two requests: for the interface's hash, and the question. The third receives the end.
@@ -139,7 +146,7 @@ class SystemCallsTest : public PrivateRootTest {
         }
         ASSERT_EQ(Ask(question).dump(), whole) << "the next answer";
         ASSERT_NO_FATAL_FAILURE(AwaitClients(0));
-        ++faults_;
+        faults_ += injected;
     }
 
     std::optional<Child> daemon_;
@@ -225,6 +232,15 @@ TEST_F(SystemCallsTest, EachAnswerMakesThoseItNeedsAndNoOther) {
     }
 }
 
+TEST_F(SystemCallsTest, ThreeWaitsMayFailButNotTwentyInARow) {
+    const std::string fails = "inject=epoll_wait:error=EIO:when=";
+    const Json power = Ask({"power", ""});
+    Traced({"-e", fails + "1..3"}, [&] { EXPECT_EQ(Ask({"power", ""}), power); });
+    const Child strace = Attach({"-e", fails + "1+"});
+    (void)ConnectToService();  // ends the wait that goes on
+    EXPECT_EQ(daemon_->Wait(), 1);
+}
+
 // One thread serves: while a disk holds a command, all wait, and are then answered.
 TEST_F(SystemCallsTest, ADiskThatHoldsACommandDelaysTheAnswersAndNoMore) {
     const std::string call = in_device ? "ioctl" : "read";
@@ -236,10 +252,10 @@ TEST_F(SystemCallsTest, ADiskThatHoldsACommandDelaysTheAnswersAndNoMore) {
                Child first([&] { _exit(Ask({"power", ""}) == power ? 0 : 1); });
                usleep(500'000);
                EXPECT_EQ(Ask({"fs", "metadata"}), filesystem);
-               EXPECT_EQ(first.Wait(), 0);
                const auto waited = std::chrono::steady_clock::now() - start;
+               EXPECT_EQ(first.Wait(), 0);
                EXPECT_GE(waited, held);
-               EXPECT_LE(waited, held + std::chrono::seconds(2));
+               EXPECT_LE(waited, held + std::chrono::seconds(20));
            });
 }
 
