@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string_view>
 
 namespace orvane::tavisk::disk_info {
@@ -28,6 +29,7 @@ std::optional<std::string> ReadFirstLine(const std::string& path) {
         line += piece.substr(0, newline);
         if (newline != std::string_view::npos) break;
     }
+    line.resize(std::min(line.size(), kLongestLine));
     return line;
 }
 
