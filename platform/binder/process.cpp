@@ -29,9 +29,10 @@ constexpr int kWaitRetryMs = 100;
 constexpr int kMaxWaitFailures = 20;
 constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 
+// To some milliseconds. This clock is read without the kernel, whatever the machine's timer.
 int64_t NowMs() {
     timespec now{};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
