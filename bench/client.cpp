@@ -160,7 +160,7 @@ class Bare {
 
   private:
     int fd_;
-    char reply_[1 << 16];
+    char reply_[1 << 16] = {};
 };
 
 double MicrosACall(int count, const std::function<void()>& call) {
