@@ -96,15 +96,6 @@ TEST_F(Dispatch, EachCodeCallsItsMethod) {
     EXPECT_EQ(service_->asked_partition, "userdata");
 }
 
-TEST_F(Dispatch, OtherCodesAreUnknownAndGetNoReply) {
-    for (const transaction_code_t code : {0U, 5U, 16777213U, 16777216U, 0xffffffffU}) {
-        SCOPED_TRACE(code);
-        EXPECT_EQ(send(code), -74);
-        EXPECT_TRUE(reply_.empty());
-    }
-    EXPECT_EQ(service_->calls, 0);
-}
-
 TEST_F(Dispatch, AFailedMethodSendsItsStatusAlone) {
     ASSERT_EQ(AParcel_writeString(request_.get(), "userdata", 8), STATUS_OK);
     for (const transaction_code_t code : {1U, 2U, 3U, 4U}) {

@@ -119,22 +119,6 @@ TEST_F(NvmeInfoTest, CallersLengthAndNumberReachTheCommand) {
     }
 }
 
-TEST_F(NvmeInfoTest, DiscardIsInTheLowBitsOfOneByte) {
-    const struct {
-        uint8_t byte;
-        const char* value;
-    } cases[] = {{0x00, "undefined"}, {0x01, "0"},         {0x02, "1"},         {0x03, "undefined"},
-                 {0x04, "undefined"}, {0x05, "undefined"}, {0x06, "undefined"}, {0x07, "undefined"},
-                 {0x08, "undefined"}, {0x09, "0"},         {0xF9, "0"},         {0xFA, "1"}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(+c.byte);
-        driver_.ExpectNamespaceId({.result = 1});
-        driver_.ExpectCommand(0x06, 1, 0, 4096,
-                              {.data = Page(33, std::string(1, static_cast<char>(c.byte)))});
-        EXPECT_EQ(nvme_.GetDiscardReadValue(), c.value);
-    }
-}
-
 TEST_F(NvmeInfoTest, PowerStateIsCheckedAgainstTheControllers) {
     const char failed[] = "Failed to get complete NVMe power info\n";
     const struct {
