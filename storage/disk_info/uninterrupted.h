@@ -1,9 +1,8 @@
 // System calls that a signal can interrupt before they have done anything, done to their end. Not
-// for NVMe commands, which are sent once, whatever becomes of them.
+// for an NVMe disk: opening it and what it is asked are tried once, whatever becomes of them.
 #pragma once
 
 #include <cerrno>
-#include <utility>
 
 namespace orvane::tavisk::disk_info {
 
