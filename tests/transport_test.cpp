@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <private_root.h>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -14,6 +15,7 @@
 #include <cstring>
 #include <deque>
 #include <string>
+#include <thread>
 #include <vector>
 
 using binder::StrongBinder;
@@ -21,20 +23,21 @@ using namespace std::string_literals;
 
 namespace {
 
-// What the kernel tells the server, as this process wants it.
+// The kernel's answers to the server, as this process wants them.
 struct Kernel {
-    std::atomic<uid_t> user{0};           // who newcomers are
-    std::atomic<int> refused_changes{0};  // so many changes of what is waited for fail
+    std::atomic<uid_t> users[1 << 16];  // by the process id of the peer, modulo their number
+    std::atomic<int> refused_changes;   // so many changes of what is waited for fail
+    std::atomic<uid_t>& user(pid_t pid = getpid()) { return users[pid % std::size(users)]; }
 };
-Kernel& kernel =
-    *new (mmap(nullptr, sizeof(Kernel), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
-        Kernel;
+Kernel& kernel = *static_cast<Kernel*>(
+    mmap(nullptr, sizeof(Kernel), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
 
 }  // namespace
 
 extern "C" int getsockopt(int fd, int level, int option, void* value, socklen_t* size) noexcept {
     const int result = int(syscall(SYS_getsockopt, fd, level, option, value, size));
-    if (option == SO_PEERCRED) static_cast<ucred*>(value)->uid = kernel.user;
+    auto* const peer = static_cast<ucred*>(value);
+    if (option == SO_PEERCRED) peer->uid = kernel.user(peer->pid);
     return result;
 }
 
@@ -52,6 +55,7 @@ namespace {
 using TransportTest = PrivateRootTest;
 
 const std::string kRequest = "BirQ\1\0\0\0\4\0\0\0\x15\0\0\0"s;
+const std::string kSlowRequest = "BirQ\6\0\0\0\0\0\0\0"s;
 const std::string kReply = "BirP\0\0\0\0\4\0\0\0\x2a\0\0\0"s;
 
 // What comes within 20 seconds: a message's first bytes, or "" at the connection's end.
@@ -141,72 +145,140 @@ TEST_F(TransportTest, AttachedDescriptorsAreDropped) {
     close(ends[0]);
 }
 
-// Takes all 256 places, in the names of four users.
-void TakeAllPlaces(std::deque<RawSocket>* clients) {
-    for (uid_t i = 0; i < 256; ++i) {
-        kernel.user = i / 64;
-        ASSERT_NO_FATAL_FAILURE(clients->emplace_back().Connect());
-        ASSERT_EQ(Send(clients->back().fd(), kRequest), 16);
-        ASSERT_EQ(Receive(clients->back()), kReply);
+TEST_F(TransportTest, ARequestWaitsUntilTheReplyBeforeItWasTaken) {
+    const Child server(Serve);
+    const StrongBinder good = Connect();
+    const RawSocket client;
+    ASSERT_NO_FATAL_FAILURE(client.Connect());
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(Send(client.fd(), kRequest), 16);
+        for (int i = 0; i < 3; ++i) {
+            pollfd waiting{client.fd(), POLLIN, 0};
+            EXPECT_EQ(poll(&waiting, 1, 20'000), 1);
+            for (int turn = 0; turn < 3; ++turn) ExpectAnswered(good);
+            int unread = 0;
+            EXPECT_EQ(ioctl(client.fd(), FIONREAD, &unread), 0);
+            EXPECT_EQ(unread, 16);
+            EXPECT_EQ(Receive(client), kReply);
+        }
     }
+    kernel.refused_changes = 1;
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(Send(client.fd(), kRequest), 16);
+    EXPECT_TRUE(Receive(client).empty() || Receive(client).empty());
+    ExpectAnswered(good);
 }
 
-TEST_F(TransportTest, MoreClientsThanPlacesWaitUntilOneLeavesOrIsSilentTooLong) {
+// Connects as a user and asks. False: the connection is closed instead.
+bool Admitted(uid_t user, std::deque<RawSocket>* clients) {
+    kernel.user() = user;
+    clients->emplace_back().Connect();
+    (void)Send(clients->back().fd(), kRequest);
+    pollfd waiting{clients->back().fd(), POLLIN, 0};
+    char byte;
+    if (poll(&waiting, 1, 20'000) == 1 && recv(waiting.fd, &byte, 1, MSG_PEEK) == 1) return true;
+    clients->pop_back();
+    return false;
+}
+
+TEST_F(TransportTest, NoAccountTakesThePlacesOfOthers) {
+    const Child server(Serve);
+    (void)Connect();
+    const struct {
+        uid_t user;
+        int wanted, admitted;
+    } cases[] = {
+        {7, 65, 64},       {100'000, 63, 63}, {165'535, 2, 1},  // the range's last uid
+        {165'536, 65, 64}, {231'072, 1, 0},  // no account has more subordinate uids than these
+        {8, 49, 48},       {9, 1, 0},         {0, 17, 16},
+    };
+    // None takes its reply: all of them stay.
+    std::deque<RawSocket> clients;
+    for (const auto& c : cases) {
+        int admitted = 0;
+        for (int i = 0; i < c.wanted; ++i) admitted += Admitted(c.user, &clients);
+        EXPECT_EQ(admitted, c.admitted) << c.user;
+    }
+    // A user with fewer connections displaces one that took its reply, of the user with the most,
+    // and no other.
+    std::deque<RawSocket> others;
+    for (const size_t i : {size_t{0}, size_t{1}, size_t{128}, clients.size() - 1}) {
+        EXPECT_EQ(Receive(clients[i]), kReply);
+    }
+    EXPECT_TRUE(Admitted(231'072, &others));
+    EXPECT_EQ(Receive(clients[128]), "");
+    EXPECT_TRUE(Admitted(9, &others));
+    EXPECT_EQ(Receive(clients[0]), "");
+    EXPECT_TRUE(Admitted(9, &others));
+    EXPECT_EQ(Receive(clients[1]), "");
+    EXPECT_FALSE(Admitted(9, &others));
+    EXPECT_FALSE(Admitted(0, &others));
+    EXPECT_EQ(Send(clients.back().fd(), kRequest), 16);
+    EXPECT_EQ(Receive(clients.back()), kReply);
+}
+
+TEST_F(TransportTest, AUserWithAllItsPlacesGetsThoseThatAreSilentTooLong) {
     const Child server(Serve);
     (void)Connect();
     std::deque<RawSocket> clients;
-    kernel.refused_changes = 1;
-    ASSERT_NO_FATAL_FAILURE(TakeAllPlaces(&clients));
-    const RawSocket first, second;
-    for (const RawSocket* waiting : {&first, &second}) {
-        ASSERT_NO_FATAL_FAILURE(waiting->Connect());
-        EXPECT_EQ(Send(waiting->fd(), kRequest), 16);
-    }
-    EXPECT_EQ(Send(clients[0].fd(), kRequest), 16);
-    EXPECT_EQ(Receive(clients[0]), kReply);
-    pollfd reply{first.fd(), POLLIN, 0};
-    EXPECT_EQ(poll(&reply, 1, 0), 0);
-    kernel.refused_changes = 1;
-    clients.pop_back();
-    EXPECT_EQ(Receive(first), kReply);
-    // From now on only one of those that have a place asks for something.
-    EXPECT_EQ(Send(clients[0].fd(), kRequest), 16);
-    EXPECT_EQ(Receive(clients[0]), kReply);
-    EXPECT_EQ(Receive(second), kReply);
-    EXPECT_EQ(Send(clients[0].fd(), kRequest), 16);
-    EXPECT_EQ(Receive(clients[0]), kReply);
+    for (int i = 0; i < 64; ++i) ASSERT_TRUE(Admitted(7, &clients));
+    for (int i = 0; i < 63; ++i) EXPECT_EQ(Receive(clients[size_t(i)]), kReply);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(Eventually([&] {
+        EXPECT_EQ(Send(clients[0].fd(), kRequest), 16);
+        EXPECT_EQ(Receive(clients[0]), kReply);
+        usleep(100'000);
+        return Admitted(7, &clients);
+    }));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(9));
     EXPECT_EQ(Receive(clients[1]), "");
+    for (const size_t other : {0, 2}) {
+        EXPECT_EQ(Send(clients[other].fd(), kRequest), 16);
+        EXPECT_EQ(Receive(clients[other]), kReply);
+    }
+    EXPECT_EQ(Receive(clients[63]), kReply);  // it was not closed while it had a reply to take
 }
 
-TEST_F(TransportTest, AUserWithAllHisPlacesIsRefusedAndOthersAreNot) {
+// 64 connections that always ask for what takes a millisecond, and 64 processes that connect and
+// leave. Another user is answered nevertheless.
+TEST_F(TransportTest, ABusyUserDelaysOthersByAFewCalls) {
     const Child server(Serve);
-    kernel.user = 7;
-    std::deque<StrongBinder> clients;
-    for (int i = 0; i < 64; ++i) ExpectAnswered(clients.emplace_back(Connect()));
-    const RawSocket refused;
-    ASSERT_NO_FATAL_FAILURE(refused.Connect());
-    EXPECT_EQ(Receive(refused), "");
-    kernel.user = 8;
-    ExpectAnswered(Connect());
-    kernel.user = 7;
-    const auto admitted = [] {
-        int32_t number = 21;
-        return Call(Connect(), 1, &number) == STATUS_OK;
-    };
-    clients.pop_back();
-    EXPECT_TRUE(Eventually(admitted));
-    // With all places taken again, those that are silent give way to a newcomer after 10 seconds.
-    clients.push_back(Connect());
-    ExpectAnswered(clients.back());
-    EXPECT_FALSE(admitted());
-    EXPECT_TRUE(Eventually([&] {
-        usleep(100'000);
-        ExpectAnswered(clients[0]);
-        return admitted();
-    }));
-    ExpectAnswered(clients[0]);
-    int32_t number = 21;
-    EXPECT_EQ(Call(clients[1], 1, &number), STATUS_DEAD_OBJECT);
+    const StrongBinder root = Connect();
+    std::deque<Child> busy;
+    busy.emplace_back([] {
+        kernel.user() = 7;
+        std::deque<RawSocket> clients(64);
+        std::vector<pollfd> replies;
+        for (const RawSocket& client : clients) {
+            client.Connect();
+            replies.push_back({client.fd(), POLLIN, 0});
+            (void)Send(client.fd(), kSlowRequest);
+        }
+        while (poll(replies.data(), replies.size(), -1) > 0) {
+            for (const pollfd& reply : replies) {
+                char bytes[64];
+                if (reply.revents != 0 && recv(reply.fd, bytes, sizeof bytes, 0) > 0)
+                    (void)Send(reply.fd, kSlowRequest);
+            }
+        }
+    });
+    for (int i = 0; i < 64; ++i) {
+        busy.emplace_back([] {
+            kernel.user() = 7;
+            for (;;) RawSocket().Connect();
+        });
+    }
+    kernel.user() = 0;
+    ExpectAnswered(root);
+    std::atomic<int> answers = 0;
+    std::thread asking([&] {
+        for (; answers < 20; ++answers) {
+            ExpectAnswered(Connect());
+            ExpectAnswered(root);
+        }
+    });
+    EXPECT_TRUE(Eventually([&] { return answers == 20; })) << answers << " of 20 answers";
+    busy.clear();
+    asking.join();
 }
 
 // One thread serves: all wait for the call that waits, and nobody else pays for it.
@@ -214,13 +286,15 @@ TEST_F(TransportTest, ACallThatWaitsDelaysTheOthersAndNoMore) {
     const Child server(Serve);
     (void)Connect();
     std::deque<RawSocket> clients;
-    ASSERT_NO_FATAL_FAILURE(TakeAllPlaces(&clients));
+    for (uid_t i = 0; i < 240; ++i) ASSERT_TRUE(Admitted(1 + i / 64, &clients));
+    for (const RawSocket& client : clients) EXPECT_EQ(Receive(client), kReply);
     EXPECT_EQ(Send(clients[0].fd(), "BirQ\5\0\0\0\0\0\0\0"s), 12);
     const auto start = std::chrono::steady_clock::now();
     usleep(200'000);
     for (size_t i = 1; i < clients.size(); ++i) EXPECT_EQ(Send(clients[i].fd(), kRequest), 16);
-    const RawSocket newcomer;  // so that places are wanted
-    ASSERT_NO_FATAL_FAILURE(newcomer.Connect());
+    kernel.user() = 1;
+    const RawSocket further;  // whose user has all its places
+    ASSERT_NO_FATAL_FAILURE(further.Connect());
     EXPECT_EQ(Receive(clients[0]), "BirP\0\0\0\0\0\0\0\0"s);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
     for (size_t i = 1; i < clients.size(); ++i) ASSERT_EQ(Receive(clients[i]), kReply) << i;

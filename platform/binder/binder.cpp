@@ -33,7 +33,8 @@ class Connection {
   private:
     // STATUS_OK: message_ is the reply, whatever status it carries.
     binder_status_t Exchange(transaction_code_t code, const AParcel& request) {
-        if (const int error = Send(socket_.get(), kRequestMagic, int32_t(code), request.data)) {
+        if (const int error =
+                Send(socket_.get(), kRequestMagic, int32_t(code), request.data, &message_)) {
             const bool gone = error == EPIPE || error == ECONNRESET;
             return gone ? STATUS_DEAD_OBJECT : STATUS_FAILED_TRANSACTION;
         }

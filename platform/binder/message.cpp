@@ -1,8 +1,10 @@
 #include "message.h"
 
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <sys/uio.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace binder {
@@ -24,17 +26,21 @@ ReceiveResult Receive(int fd, uint32_t magic, Message* message) {
     return ReceiveResult::kMessage;
 }
 
-int Send(int fd, uint32_t magic, int32_t word, std::span<const uint8_t> data) {
-    MessageHeader header{magic, word, uint32_t(data.size())};
-    iovec parts[] = {{&header, sizeof header}, {const_cast<uint8_t*>(data.data()), data.size()}};
-    msghdr message{};
-    message.msg_iov = parts;
-    message.msg_iovlen = 2;
+int Send(int fd, uint32_t magic, int32_t word, std::span<const uint8_t> data, Message* message) {
+    message->header = {magic, word, uint32_t(data.size())};
+    std::ranges::copy(data, message->payload.begin());
+    const size_t size = sizeof message->header + data.size();
     ssize_t sent = 0;
     do {
-        sent = sendmsg(fd, &message, MSG_NOSIGNAL);
+        sent = send(fd, message, size, MSG_NOSIGNAL);
     } while (sent < 0 && errno == EINTR);
     return sent < 0 ? errno : 0;
+}
+
+bool ReplyWasTaken(int fd) {
+    int unread = 0;
+    // One byte still counts while the kernel wakes up the sender of a message that was received.
+    return ioctl(fd, SIOCOUTQ, &unread) == 0 && unread <= 1;
 }
 
 }  // namespace binder

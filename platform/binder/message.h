@@ -2,7 +2,8 @@
 // each a fixed header of three words and a parcel's bytes, all in host byte order.
 //
 // Descriptors are never passed: a receive names no room for them, so that the kernel drops any
-// that a peer attaches. A send to a peer that left is an error, never a signal.
+// that a peer attaches, and a send is one that cannot carry any. A send to a peer that left is an
+// error, never a signal.
 #pragma once
 
 #include <array>
@@ -43,7 +44,12 @@ enum class ReceiveResult {
 // Waits for one message unless `fd` does not block. Only kMessage makes `message` meaningful.
 [[nodiscard]] ReceiveResult Receive(int fd, uint32_t magic, Message* message);
 
-// Sends a header and the parcel's data. 0, or the errno of the failed send.
-[[nodiscard]] int Send(int fd, uint32_t magic, int32_t word, std::span<const uint8_t> data);
+// Sends a header and the parcel's data, put together in `message`. 0, or the errno of the failed
+// send.
+[[nodiscard]] int Send(int fd, uint32_t magic, int32_t word, std::span<const uint8_t> data,
+                       Message* message);
+
+// Whether the peer has received all that was sent to it. Takes a connected socket.
+[[nodiscard]] bool ReplyWasTaken(int fd);
 
 }  // namespace binder

@@ -66,9 +66,9 @@ class Child {
     pid_t pid_;
 };
 
-// Tries for up to 10 seconds; whether it came true.
+// Tries for up to a minute; whether it came true.
 inline bool Eventually(const std::function<bool()>& condition) {
-    for (int i = 0; i < 1000; ++i) {
+    for (int i = 0; i < 6000; ++i) {
         if (condition()) return true;
         usleep(10'000);
     }

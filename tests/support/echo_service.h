@@ -17,7 +17,7 @@ inline constexpr char kInstance[] = "test.IService/default";
 inline constexpr char kPath[] = "/run/binder/test.IService/default";
 
 // Code 1 answers twice the number, 2 ends the process, 3 answers more than a parcel holds, 4 the
-// largest reply, 5 waits for 11 seconds; others are unknown.
+// largest reply, 5 waits for 11 seconds, 6 for a millisecond; others are unknown.
 inline binder_status_t OnTransact(AIBinder*, transaction_code_t code, const AParcel* request,
                                   AParcel* reply) {
     int32_t number = 0;
@@ -33,6 +33,8 @@ inline binder_status_t OnTransact(AIBinder*, transaction_code_t code, const APar
             return AParcel_writeString(reply, large.data(), int32_t(large.size()));
         case 5:
             return sleep(11) == 0 ? STATUS_OK : STATUS_UNKNOWN_ERROR;
+        case 6:
+            return usleep(1000) == 0 ? STATUS_OK : STATUS_UNKNOWN_ERROR;
         default:
             return STATUS_UNKNOWN_TRANSACTION;
     }

@@ -1,0 +1,137 @@
+#include "connections.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "message.h"
+
+namespace binder {
+namespace {
+
+constexpr uint32_t kPlacesOfUser = 64;
+constexpr int64_t kSilentMs = 10'000;
+
+// Where Linux distributions let newuidmap(1) hand out ids, and how many an account gets.
+constexpr uid_t kFirstSubordinate = 100'000;
+constexpr uid_t kSubordinateRange = 65'536;
+
+// Users from a uid on hold at most so many places together. An account has its own uid and any
+// number of subordinate ones, so it holds 64 + 128 at most.
+constexpr struct {
+    uid_t from;
+    uint32_t places;
+} kLimits[] = {{kFirstSubordinate, 128}, {1, 240}, {0, Connections::kPlaces}};
+
+// The lowest uid of a subordinate range stands for all of it.
+uid_t UserOf(uid_t uid) {
+    return uid < kFirstSubordinate ? uid : uid - (uid - kFirstSubordinate) % kSubordinateRange;
+}
+
+bool RequestWaits(int fd) {
+    pollfd waiting{fd, POLLIN, 0};
+    return poll(&waiting, 1, 0) != 0;
+}
+
+}  // namespace
+
+std::optional<uint32_t> Connections::Admit(UniqueFd fd, uid_t uid, int64_t now_ms) {
+    uid = UserOf(uid);
+    if (!HasRoomFor(uid, now_ms)) return std::nullopt;
+    const uint32_t user_number = FindUser(uid);
+    User& user = users_[user_number];
+    // A new user, like a new connection, has its turn after those that were there before.
+    if (user.connections++ == 0) user = {uid, 1, turn_};
+    const auto place =
+        std::ranges::find_if(connections_, [](const Connection& c) { return !c.fd; });
+    *place = {std::move(fd), user_number, turn_, now_ms};
+    ++count_;
+    return uint32_t(place - connections_.begin());
+}
+
+void Connections::Close(uint32_t number) {
+    --users_[connections_[number].user].connections;
+    connections_[number] = {};
+    --count_;
+}
+
+// The entry of a user with connections; otherwise a free one, of which there is always one more
+// than there are connections.
+uint32_t Connections::FindUser(uid_t uid) const {
+    uint32_t free = 0;
+    for (uint32_t number = 0; number < kPlaces; ++number) {
+        if (users_[number].connections == 0) {
+            free = number;
+        } else if (users_[number].uid == uid) {
+            return number;
+        }
+    }
+    return free;
+}
+
+uint32_t Connections::CountFrom(uid_t lowest) const {
+    uint32_t count = 0;
+    for (const User& user : users_) count += user.uid >= lowest ? user.connections : 0;
+    return count;
+}
+
+// Closes one connection for each limit that a further one of this user would pass. False: a limit
+// is reached and none may be closed for it.
+bool Connections::HasRoomFor(uid_t uid, int64_t now_ms) {
+    const auto user_of = [&](const Connection& c) -> const User& { return users_[c.user]; };
+    const auto own_count = [&] {
+        const User& user = users_[FindUser(uid)];
+        return user.uid == uid ? user.connections : 0;
+    };
+    if (own_count() >= kPlacesOfUser && !CloseOne([&](const Connection& c) {
+            return user_of(c).uid == uid && c.asked_at_ms <= now_ms - kSilentMs &&
+                   !RequestWaits(c.fd.get());
+        })) {
+        return false;
+    }
+    for (const auto& limit : kLimits) {
+        if (uid < limit.from || CountFrom(limit.from) < limit.places) continue;
+        if (!CloseOne([&, own = own_count()](const Connection& c) {
+                return user_of(c).uid >= limit.from && user_of(c).connections > own;
+            })) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Of those that may be closed, the one of the user with the most connections whose turn is the
+// longest ago. False: there was none.
+template <typename Choice>
+bool Connections::CloseOne(Choice&& may_close) {
+    const Connection* closed = nullptr;
+    for (const Connection& c : connections_) {
+        if (!c.fd || !may_close(c)) continue;
+        const auto rank = [&](const Connection& it) {
+            return std::pair(kPlaces - users_[it.user].connections, it.turn);
+        };
+        if (closed != nullptr && rank(*closed) <= rank(c)) continue;
+        if (ReplyWasTaken(c.fd.get())) closed = &c;
+    }
+    if (closed == nullptr) return false;
+    Close(uint32_t(closed - connections_.data()));
+    return true;
+}
+
+std::optional<uint32_t> Connections::TakeTurn() {
+    const auto rank = [&](uint32_t number) {
+        const Connection& c = connections_[number];
+        return std::pair(users_[c.user].turn, c.turn);
+    };
+    const auto end = ready_.begin() + ready_count_;
+    const auto next = std::min_element(ready_.begin(), end,
+                                       [&](uint32_t a, uint32_t b) { return rank(a) < rank(b); });
+    if (next == end) return std::nullopt;
+    const uint32_t number = std::exchange(*next, ready_[--ready_count_]);
+    Connection& connection = connections_[number];
+    connection.turn = users_[connection.user].turn = ++turn_;
+    return number;
+}
+
+}  // namespace binder
