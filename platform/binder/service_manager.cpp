@@ -32,6 +32,7 @@ constexpr mode_t kDirectoryMode = 0711;
 // Whoever may connect may ask: the daemon's own user and group, and nobody else.
 constexpr mode_t kSocketMode = 0660;
 constexpr int kHandedFd = 3;  // systemd's first
+constexpr int kPassRights = 83;  // SO_PASSRIGHTS, newer than the C library's headers
 
 // 0 and the address of an instance's socket, or the errno of a name that cannot be a path there.
 // Components that start with a dot are refused too, which leaves no way up.
@@ -58,6 +59,14 @@ const sockaddr* Generic(const sockaddr_un& address) {
 
 UniqueFd NewSocket(int flags) {
     return UniqueFd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
+}
+
+// Lets the kernel reject messages with descriptors, as Linux 6.16 and newer can. Dropping one could
+// block this process for as long as the peer likes: a TCP socket that lingers, or a locked file of
+// a FUSE file system. Connections inherit the setting. Older kernels do not have it.
+void RejectDescriptors(int listener) {
+    const int no = 0;
+    (void)setsockopt(listener, SOL_SOCKET, kPassRights, &no, sizeof no);
 }
 
 // Opens the directory that holds the last component of `path`, an absolute one, and makes what is
@@ -110,6 +119,7 @@ int Listen(const sockaddr_un& address, UniqueFd* listener) {
     const char* const name = std::strrchr(address.sun_path, '/') + 1;
     if (const int error = RemoveLeftover(address, directory.get(), name)) return error;
     UniqueFd fd = NewSocket(SOCK_NONBLOCK);
+    RejectDescriptors(fd.get());
     if (!fd || bind(fd.get(), Generic(address), sizeof address) != 0) return errno;
     // Nobody can connect before listen, so no one sees the socket with another mode.
     if (fchmodat(directory.get(), name, kSocketMode, 0) != 0 || listen(fd.get(), SOMAXCONN) != 0) {
@@ -150,6 +160,7 @@ int AdoptHanded(const std::string& count, UniqueFd* listener) {
         fcntl(kHandedFd, F_SETFD, FD_CLOEXEC) != 0) {
         return errno;
     }
+    RejectDescriptors(kHandedFd);
     *listener = UniqueFd(kHandedFd);
     return 0;
 }
