@@ -8,10 +8,12 @@
 #include <morsk/BnDiskInfoService.h>
 #include <output_check.h>
 #include <poll.h>
+#include <silent_listener.h>
 #include <sys/ioctl.h>
 
 #include <csignal>
 #include <cstdlib>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -151,8 +153,12 @@ TEST_F(CommandSessionTest, ATerminalGetsBarsUnlessColourIsRefused) {
 
 TEST_F(CommandSessionTest, WatchGoesOnUntilItIsInterrupted) {
     for (const int signal : {SIGINT, SIGTERM}) {
-        Child command = OnTerminal({"health", "--watch", "1"}, "");
-        EXPECT_THAT(ReadUpTo("disk-info.socket\x1b[K\r\n\x1b[J"), testing::StartsWith("\x1b[?25l"));
+        auto silent = std::make_unique<SilentListener>();
+        Child command = OnTerminal({"health", "--watch", "1", "--timeout", "1"}, "");
+        EXPECT_THAT(ReadUpTo("did not answer within 1 s; "), testing::StartsWith("\x1b[?25l"));
+        ReadUpTo("did not answer within 1 s; ");
+        silent.reset();
+        ReadUpTo("Connection refused; ");
         {
             const Child service = Start();
             EXPECT_THAT(ReadUpTo("are shown\x1b[K\r\n\x1b[J"), Not(HasSubstr("\x1b[?25h")));

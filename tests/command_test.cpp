@@ -11,11 +11,13 @@
 #include <morsk/BnDiskInfoService.h>
 #include <output_check.h>
 #include <private_root.h>
+#include <silent_listener.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -147,6 +149,7 @@ TEST_F(CommandTest, ExitStatusesAndWhereMessagesGo) {
         {{"info", "health"}, 2, "", "Usage: disk_info"},
         {{"--watch", "0"}, 2, "", "Usage: disk_info"},
         {{"--watch", "x"}, 2, "", "Usage: disk_info"},
+        {{"--timeout", "0"}, 2, "", "Usage: disk_info"},
         {{"--watch", "1", "--json"}, 2, "", "--watch: for plain output alone\n"},
         {{"--json", "metrics"}, 2, "", "Usage: disk_info"},
         {{"--help"}, 0, "Usage: disk_info", ""},
@@ -171,6 +174,27 @@ TEST_F(CommandTest, WithoutAServiceItSaysWhatToDo) {
     }
     EXPECT_EQ(Ask({"metrics"}), 4);
     EXPECT_THAT(out_, HasSubstr("disk_info_up{call=\"health\"} 0\n"));
+}
+
+TEST_F(CommandTest, AServiceThatDoesNotAnswerIsWaitedForUpToTheLimit) {
+    const SilentListener listener;
+    const struct {
+        const char* command;
+        const char* out;
+    } cases[] = {
+        {"power", ""},  // its connection gets the only place in the queue, and no answer
+        {"metrics", "disk_info_up{call=\"health\"} 0\n"},  // finds the queue full
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.command);
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(Ask({"--timeout", "1", c.command}), 4);
+        EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+        EXPECT_THAT(out_, HasSubstr(c.out));
+        EXPECT_EQ(out_.empty(), *c.out == '\0');
+        EXPECT_THAT(err_, MatchesRegex("disk_info: the service did not answer within 1 s; "
+                                       "[^\n]*disk-info.service [^\n]*\n"));
+    }
 }
 
 TEST_F(CommandTest, WithoutRightsItNamesTheGroup) {

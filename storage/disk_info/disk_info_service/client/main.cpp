@@ -1,12 +1,15 @@
 // disk_info, the command: asks the service and prints what it says.
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <string>
 #include <vector>
 
 #include "explanation.h"
 #include "failures.h"
+#include "limit.h"
 #include "metrics.h"
 #include "plain_text.h"
 #include "query.h"
@@ -20,6 +23,7 @@ enum ExitStatus { kAnswered = 0, kOutputFailed = 1, kUsage = 2, kServiceError = 
 struct Options {
     Question question{"status", ""};
     bool as_json = false;
+    unsigned timeout_seconds = 10;
     unsigned watch_seconds = 0;  // 0: once
 };
 
@@ -39,7 +43,8 @@ std::string textOf(const Json& document, const Options& options) {
 Outcome askOnce(const Options& options) {
     Outcome outcome;
     try {
-        const Json document = ask(options.question, &outcome.complaints);
+        const std::chrono::seconds limit(options.timeout_seconds);
+        const Json document = askWithin(limit, options.question, &outcome.complaints);
         outcome.text = textOf(document, options);
         for (const std::string& line : failures(document)) {
             outcome.complaints.push_back(line);
@@ -97,12 +102,17 @@ void describe(CLI::App& app, Options* options) {
     app.footer(
         "Exit status: 0 all answered; 1 the output cannot be written; 2 wrong usage; 3 the "
         "service\n"
-        "answered with an error; 4 no service, no rights, or the connection broke.\n"
+        "answered with an error; 4 no service, no answer in time, no rights, or the connection\n"
+        "broke.\n"
         "disk_info(1) tells more.");
     app.add_flag("--json", options->as_json, "Print one JSON document");
     app.add_option("--watch", options->watch_seconds, "Ask again every SECONDS, until interrupted")
         ->option_text("SECONDS")
         ->check(CLI::Range(1, 86400));
+    app.add_option("--timeout", options->timeout_seconds,
+                   "Wait at most SECONDS for the service, by default 10")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(1, 3600));
     app.fallthrough();  // options may also follow the sub-command
     app.add_subcommand("status", "All of the following (the default)");
     app.add_subcommand("info", "Identity of the disk that holds the data partition");
@@ -139,7 +149,10 @@ int main(int argc, char** argv) {
     if (options.watch_seconds > 0 && (options.as_json || is_metrics)) {
         return wrongUsage(app, "--watch: for plain output alone");
     }
-    return run(options);
+    const int status = run(options);
+    // A thread may still wait for the service then: no static object is destroyed under it.
+    if (status == kNoService || status == kOutputFailed) std::_Exit(status);
+    return status;
 }
 
 }  // namespace
