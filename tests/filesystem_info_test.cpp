@@ -34,6 +34,7 @@ TEST_F(FilesystemInfoTest, LinkNamesTheFilesystem) {
     const std::string sda7 =
         "sda7 (metadata): Error Count: 12, Last Error From: f, Last Error Code: 5\n";
     const std::string lost = "sysfs path not found at \n";
+    const std::string long_name = "data" + std::string(60'000, 'x');
     const struct {
         const char* partition;
         const char* link;
@@ -54,7 +55,12 @@ TEST_F(FilesystemInfoTest, LinkNamesTheFilesystem) {
         {"metadata", kMetadata, "/dev/block/", "Could not open file: /sys/fs/ext4//errors_count\n"},
         {"metadata", kUserdata, "dm-5",
          "Error reading symlink /dev/block/by-name/metadata: No such file or directory\n" + lost},
+        {"metadata", kMetadata, "\n<0>\\", "sysfs path not found at /sys/fs/ext4/\\n<0>\\\\\n"},
         {"USERdata", kUserdata, "dm-5", "sysfs path not supported for USERdata\n"},
+        {"É\ndata\x1b\x9b\\n", kUserdata, "dm-5",
+         "sysfs path not supported for É\\ndata\\x1b\\x9b\\\\n\n"},
+        {long_name.c_str(), kUserdata, "dm-5",
+         "sysfs path not supported for " + long_name.substr(0, 991) + "...\n"},  // 1 KiB
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.partition) + " -> " + c.target);

@@ -1,5 +1,5 @@
+#include <base/retry.h>
 #include <disk_info/first_line.h>
-#include <disk_info/uninterrupted.h>
 #include <disk_info/unique_fd.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -16,13 +16,15 @@ constexpr size_t kLongestLine = size_t{64} * 1024;
 }  // namespace
 
 std::optional<std::string> ReadFirstLine(const std::string& path) {
-    const UniqueFd fd(Uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
+    const UniqueFd fd(
+        base::RetryOnInterrupt([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
     if (!fd.valid()) return std::nullopt;
 
     std::string line;
     char buffer[256];
     while (line.size() < kLongestLine) {
-        const ssize_t count = Uninterrupted([&] { return read(fd.get(), buffer, sizeof(buffer)); });
+        const ssize_t count =
+            base::RetryOnInterrupt([&] { return read(fd.get(), buffer, sizeof(buffer)); });
         if (count <= 0) break;
         const std::string_view piece(buffer, static_cast<size_t>(count));
         const size_t newline = piece.find('\n');
