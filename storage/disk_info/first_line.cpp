@@ -4,13 +4,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <string_view>
 
 namespace orvane::tavisk::disk_info {
 namespace {
 
-// The kernel's attributes end after a page. What is longer is no attribute, and is not held whole.
+// The kernel's attributes end after a page. What is longer is no attribute, and is not held whole;
+// nor is it cut, since the beginning of a number is another number.
 constexpr size_t kLongestLine = size_t{64} * 1024;
 
 }  // namespace
@@ -22,7 +22,7 @@ std::optional<std::string> ReadFirstLine(const std::string& path) {
 
     std::string line;
     char buffer[256];
-    while (line.size() < kLongestLine) {
+    while (line.size() <= kLongestLine) {
         const ssize_t count =
             base::RetryOnInterrupt([&] { return read(fd.get(), buffer, sizeof(buffer)); });
         if (count <= 0) break;
@@ -31,7 +31,7 @@ std::optional<std::string> ReadFirstLine(const std::string& path) {
         line += piece.substr(0, newline);
         if (newline != std::string_view::npos) break;
     }
-    line.resize(std::min(line.size(), kLongestLine));
+    if (line.size() > kLongestLine) line.clear();
     return line;
 }
 
