@@ -49,6 +49,8 @@ TEST_F(FilesystemInfoTest, LinkNamesTheFilesystem) {
          "Symlink target /dev/sda7 is not in 'dm-*' format.\n" + lost},
         {"userdata", kUserdata, "/dev/dm-5/",
          "Symlink target /dev/dm-5/ is not in 'dm-*' format.\n" + lost},
+        {"userdata", kUserdata, "\n<0>\\",
+         "Symlink target \\n<0>\\\\ is not in 'dm-*' format.\n" + lost},
         {"userdata", kMetadata, "dm-5",
          "Error reading symlink /dev/block/mapper/userdata: No such file or directory\n" + lost},
         {"metadata", kMetadata, "/dev/block/sda7", sda7},
@@ -77,15 +79,16 @@ TEST_F(FilesystemInfoTest, LinkNamesTheFilesystem) {
 }
 
 TEST_F(FilesystemInfoTest, FirstFileThatCannotBeOpenedEndsTheReading) {
-    WriteLink(kUserdata, "dm-5");
-    MakeDirectory("/sys/fs/ext4/dm-5");
+    WriteLink(kUserdata, "dm-\\5");
+    MakeDirectory("/sys/fs/ext4/dm-\\5");
     for (const char* name : {"errors_count", "last_error_func", "last_error_errcode"}) {
-        const std::string path = std::string("/sys/fs/ext4/dm-5/") + name;
-        EXPECT_EQ(Dump("userdata"), "Could not open file: " + path + "\n");
+        const std::string path = std::string("/sys/fs/ext4/dm-\\5/") + name;
+        EXPECT_EQ(Dump("userdata"),
+                  "Could not open file: /sys/fs/ext4/dm-\\\\5/" + std::string(name) + "\n");
         WriteFile(path, "");
     }
     EXPECT_EQ(Dump("userdata"),
-              "dm-5 (userdata): Error Count: , Last Error From: , Last Error Code: \n");
+              "dm-\\5 (userdata): Error Count: , Last Error From: , Last Error Code: \n");
 }
 
 TEST_F(FilesystemInfoTest, FirstLinesAreGivenAsTheyAre) {
