@@ -113,13 +113,13 @@ TEST_F(DiskInfoTest, UnknownKindSaysThatItReportsNothing) {
 }
 
 TEST_F(DiskInfoTest, SizeIsTheBlockDevicesOrZeroWithTheReason) {
-    DiskInfo disk("/dev/block/mmcblk0");
+    DiskInfo disk("/dev/block/mmc\\blk");
     EXPECT_EQ(disk.GetSize(), 0U);
-    EXPECT_THAT(log_.Take(), ElementsAre("E Failed to open /dev/block/mmcblk0 for size: "
+    EXPECT_THAT(log_.Take(), ElementsAre("E Failed to open /dev/block/mmc\\\\blk for size: "
                                          "No such file or directory"));
-    WriteFile("/dev/block/mmcblk0", "");
+    WriteFile("/dev/block/mmc\\blk", "");
     EXPECT_EQ(disk.GetSize(), 0U);
-    EXPECT_THAT(log_.Take(), ElementsAre("E Failed to get size for /dev/block/mmcblk0: "
+    EXPECT_THAT(log_.Take(), ElementsAre("E Failed to get size for /dev/block/mmc\\\\blk: "
                                          "Inappropriate ioctl for device"));
     FakeNvme driver;
     driver.ExpectSize(0x123456789AB);

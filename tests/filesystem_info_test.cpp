@@ -34,6 +34,7 @@ TEST_F(FilesystemInfoTest, LinkNamesTheFilesystem) {
     const std::string sda7 =
         "sda7 (metadata): Error Count: 12, Last Error From: f, Last Error Code: 5\n";
     const std::string lost = "sysfs path not found at \n";
+    const std::string long_name = "data" + std::string(60'000, 'x');
     const struct {
         const char* partition;
         const char* link;
@@ -48,13 +49,20 @@ TEST_F(FilesystemInfoTest, LinkNamesTheFilesystem) {
          "Symlink target /dev/sda7 is not in 'dm-*' format.\n" + lost},
         {"userdata", kUserdata, "/dev/dm-5/",
          "Symlink target /dev/dm-5/ is not in 'dm-*' format.\n" + lost},
+        {"userdata", kUserdata, "\n<0>\\",
+         "Symlink target \\n<0>\\\\ is not in 'dm-*' format.\n" + lost},
         {"userdata", kMetadata, "dm-5",
          "Error reading symlink /dev/block/mapper/userdata: No such file or directory\n" + lost},
         {"metadata", kMetadata, "/dev/block/sda7", sda7},
         {"metadata", kMetadata, "/dev/block/", "Could not open file: /sys/fs/ext4//errors_count\n"},
         {"metadata", kUserdata, "dm-5",
          "Error reading symlink /dev/block/by-name/metadata: No such file or directory\n" + lost},
+        {"metadata", kMetadata, "\n<0>\\", "sysfs path not found at /sys/fs/ext4/\\n<0>\\\\\n"},
         {"USERdata", kUserdata, "dm-5", "sysfs path not supported for USERdata\n"},
+        {"É\ndata\x1b\x9b\\n", kUserdata, "dm-5",
+         "sysfs path not supported for É\\ndata\\x1b\\x9b\\\\n\n"},
+        {long_name.c_str(), kUserdata, "dm-5",
+         "sysfs path not supported for " + long_name.substr(0, 991) + "...\n"},  // 1 KiB
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.partition) + " -> " + c.target);
@@ -71,15 +79,16 @@ TEST_F(FilesystemInfoTest, LinkNamesTheFilesystem) {
 }
 
 TEST_F(FilesystemInfoTest, FirstFileThatCannotBeOpenedEndsTheReading) {
-    WriteLink(kUserdata, "dm-5");
-    MakeDirectory("/sys/fs/ext4/dm-5");
+    WriteLink(kUserdata, "dm-\\5");
+    MakeDirectory("/sys/fs/ext4/dm-\\5");
     for (const char* name : {"errors_count", "last_error_func", "last_error_errcode"}) {
-        const std::string path = std::string("/sys/fs/ext4/dm-5/") + name;
-        EXPECT_EQ(Dump("userdata"), "Could not open file: " + path + "\n");
+        const std::string path = std::string("/sys/fs/ext4/dm-\\5/") + name;
+        EXPECT_EQ(Dump("userdata"),
+                  "Could not open file: /sys/fs/ext4/dm-\\\\5/" + std::string(name) + "\n");
         WriteFile(path, "");
     }
     EXPECT_EQ(Dump("userdata"),
-              "dm-5 (userdata): Error Count: , Last Error From: , Last Error Code: \n");
+              "dm-\\5 (userdata): Error Count: , Last Error From: , Last Error Code: \n");
 }
 
 TEST_F(FilesystemInfoTest, FirstLinesAreGivenAsTheyAre) {

@@ -1,4 +1,6 @@
 // Records: what they carry, when they are built, and that foreign text cannot forge one.
+#include <base/escape.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <logging/logging.h>
@@ -12,6 +14,7 @@
 #include <string>
 #include <vector>
 
+using namespace std::string_literals;
 using testing::ElementsAre;
 using testing::MatchesRegex;
 
@@ -69,15 +72,45 @@ TEST_F(LoggingTest, FilteredRecordsAreNotBuilt) {
     EXPECT_TRUE(logging::ShouldLog(logging::ERROR, nullptr));
 }
 
+TEST(EscapeTest, ControlCharactersAndBackslashesAreVisibleAndAllElseStays) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"é À \U0010ffff <0>", "é À \U0010ffff <0>"},
+        {"\xff\xc3", "\xff\xc3"},  // no UTF-8, but no control character either
+        {"a\nERROR b\r\x1b[2J\x7f", "a\\nERROR b\\x0d\\x1b[2J\\x7f"},
+        {"user\0data"s, "user\\x00data"},
+        {"\\n", "\\\\n"},
+        {"\x9b\xc2\x9b\xe2\x82\x9b\xe2\x9b", "\\x9b\\xc2\\x9b\xe2\x82\x9b\xe2\\x9b"},
+        // a surrogate, a long form of a newline, one above the last
+        {"\xed\xa0\x80\xc0\x8a\xf4\x90\x80\x80", "\xed\xa0\\x80\xc0\\x8a\xf4\\x90\\x80\\x80"},
+    };
+    for (const auto& [text, escaped] : cases) {
+        EXPECT_EQ(base::Escaped(text), escaped);
+        EXPECT_EQ(base::EscapedControls(escaped), escaped);
+    }
+}
+
+TEST(EscapeTest, ALongTextIsCutBetweenCharactersAndEscapes) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"0123456789", "0123456789"},      {"0123456789a", "0123456..."},
+        {"012345é789", "012345..."},       {"01234é6789", "01234é..."},
+        {"0123\\x1b89a", "0123..."},       {"012345\\n89a", "012345..."},
+        {"01234\\\\789a", "01234\\\\..."},
+    };
+    for (auto [text, cut] : cases) {
+        base::CutTo(10, &text);
+        EXPECT_EQ(text, cut);
+    }
+}
+
 // Where no log daemon listens a record is one line of standard error, whatever its text.
 TEST_F(LoggingTest, ForeignTextStaysOnItsLine) {
     ASSERT_NO_FATAL_FAILURE(EnterPrivateRoot());  // no /dev/log in there
     logging::InitLogging(nullptr, logging::LogdLogger(logging::MAIN));
     testing::internal::CaptureStderr();
-    LOG(ERROR) << "a\nERROR b\r\x1b[2J\x7f";
+    LOG(ERROR) << "a\nERROR b\xc2\x9b\\";
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 MatchesRegex("ERROR Tag tests/logging_test.cpp:[0-9]+: "
-                             "a\\\\nERROR b\\\\x0d\\\\x1b\\[2J\\\\x7f\n"));
+                             "a\\\\nERROR b\\\\xc2\\\\x9b\\\\\n"));
 }
 
 int StartLogDaemon() {
@@ -90,14 +123,17 @@ int StartLogDaemon() {
 
 TEST_F(LoggingTest, ALogDaemonGetsPriorityTagPlaceAndText) {
     ASSERT_NO_FATAL_FAILURE(EnterPrivateRoot());
-    int daemon = StartLogDaemon();
     logging::InitLogging(nullptr, logging::LogdLogger(logging::MAIN));
+    int daemon = StartLogDaemon();             // later than its client
     for (int start = 0; start < 2; ++start) {  // the second is another daemon
         LOG(ERROR) << "a\nb";
-        char record[256] = {};
+        char record[2048] = {};
         EXPECT_GT(recv(daemon, record, sizeof record - 1, MSG_DONTWAIT), 0);
         EXPECT_THAT(record, MatchesRegex("<27>Tag\\[[0-9]+\\]: tests/logging_test.cpp:[0-9]+: "
                                          "a\\\\nb"));
+        LOG(ERROR) << std::string(70'000, 'x');
+        EXPECT_EQ(recv(daemon, record, sizeof record, MSG_DONTWAIT), 1024);
+        EXPECT_THAT(record, testing::EndsWith("x..."));
         close(daemon);
         daemon = StartLogDaemon();
     }
@@ -107,6 +143,23 @@ TEST_F(LoggingTest, ALogDaemonGetsPriorityTagPlaceAndText) {
     EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::EndsWith("more than it reads\n"));
     close(daemon);
     unlink("/dev/log");
+}
+
+// Blocking ones, as a socket that others share and another user's pipe stay.
+TEST_F(LoggingTest, AStuckStandardErrorIsNotWaitedForAndABrokenOneKillsNot) {
+    ASSERT_NO_FATAL_FAILURE(EnterPrivateRoot());
+    logging::InitLogging(nullptr, logging::LogdLogger(logging::MAIN));
+    for (const bool is_pipe : {true, false}) {
+        int ends[2];
+        ASSERT_EQ(is_pipe ? pipe(ends) : socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        const int kept = dup(STDERR_FILENO);
+        dup2(ends[1], STDERR_FILENO);
+        for (int i = 0; i < 1000; ++i) LOG(ERROR) << std::string(2000, 'x');
+        close(ends[0]);
+        LOG(ERROR) << "broken";
+        dup2(kept, STDERR_FILENO);
+        for (const int fd : {kept, ends[1]}) close(fd);
+    }
 }
 
 TEST_F(LoggingTest, FatalRecordsRunTheAborter) {

@@ -63,10 +63,12 @@ TEST_F(LyingDiskTest, FilesThatCannotBeAttributesDoNoHarm) {
     PlaceUfsDisk();
     const std::string unit = kUnit;
     const std::string host = kController;
-    WriteFile(unit + "/vendor", std::string(5 << 20, 'x'));
+    WriteFile(unit + "/vendor", std::string(65536, 'x'));
+    WriteFile(unit + "/rev", std::string(65537, 'x'));
     WriteFile(unit + "/model", std::string("A\0B\n", 4));
     WriteFile(unit + "/unit_descriptor/provisioning_type", std::string("3\0", 2));
-    WriteFile(host + "/device_descriptor/specification_version", std::string(5 << 20, '1'));
+    WriteFile(host + "/device_descriptor/specification_version", std::string(5 << 20, ' ') + "1");
+    WriteFile(host + "/device_descriptor/wb_presv_us_en", "1" + std::string(5 << 20, ' '));
     WriteLink(host + "/power_info/gear", "lane");
     WriteLink(host + "/power_info/lane", "gear");
     MakeDirectory(host + "/wb_on");

@@ -212,6 +212,8 @@ TEST_F(SystemCallsTest, EachAnswerMakesThoseItNeedsAndNoOther) {
     const std::string power_calls = made([&] { (void)service->getDiskPower(&power); });
     const std::string asked = "recvfrom ", sent = "sendmsg";
     const std::string disk = asked + "readlink*7 ";
+    const std::string record =
+        "socket sendto close sendto poll write ";  // no log daemon, no socket
     ASSERT_TRUE(info);
     if (info->nvme() != nullptr) {
         EXPECT_EQ(info_calls, disk + "openat ioctl close openat ioctl close " + sent);
@@ -220,15 +222,29 @@ TEST_F(SystemCallsTest, EachAnswerMakesThoseItNeedsAndNoOther) {
     } else {
         // The unit's directory is looked for twice, and each find is a record.
         const std::string ufs =
-            disk + "newfstatat readlink*11 write newfstatat readlink*11 write*2 ";
-        EXPECT_EQ(info_calls, ufs + Files(19) + "openat ioctl " +
-                                  (in_device ? "close " : "write close ") + sent);
+            disk + "newfstatat readlink*11 " + record + "newfstatat readlink*11 " + record + record;
+        EXPECT_EQ(info_calls,
+                  ufs + Files(19) + "openat ioctl " + (in_device ? "" : record) + "close " + sent);
         EXPECT_EQ(health_calls, ufs + Files(5) + sent);
         EXPECT_EQ(power_calls, ufs + Files(19) + sent);
     }
     for (const char* partition : {"userdata", "metadata"}) {
         EXPECT_EQ(made([&] { (void)service->getFilesystemInfo(partition, &filesystem); }),
                   asked + "readlink newfstatat " + Files(3) + sent);
+    }
+}
+
+TEST_F(SystemCallsTest, ACallThatIsInterruptedForEverIsMadeFiveTimes) {
+    const Json whole = Ask({"fs", "userdata"});
+    for (const auto& [call, times] : std::map<std::string, long>{
+             {"readlink", 5}, {"newfstatat", 5}, {"openat", 5}, {"read", 15}}) {  // of three files
+        SCOPED_TRACE(call);
+        Traced({"-e", "trace=" + call, "-e", "inject=" + call + ":error=EINTR"}, [&] {
+            const Json answer = Ask({"fs", "userdata"});
+            EXPECT_TRUE(IsUnavailable(answer) || IsPartOf(answer, whole)) << answer;
+        });
+        std::ifstream trace("/run/trace");
+        EXPECT_EQ(std::count(std::istreambuf_iterator<char>(trace), {}, '\n'), times);
     }
 }
 

@@ -1,8 +1,9 @@
+#include <base/escape.h>
+#include <base/retry.h>
 #include <disk_info/disk_info.h>
 #include <disk_info/filesystem_info.h>
 #include <disk_info/nvme_info.h>
 #include <disk_info/ufs_info.h>
-#include <disk_info/uninterrupted.h>
 #include <disk_info/unique_fd.h>
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -38,7 +39,7 @@ std::unique_ptr<DiskInfo> DiskInfo::GetDiskInfo(const char* path) {
 
 std::string DiskInfo::GetRootDevicePath() {
     char resolved[kPathSize] = {};
-    if (Uninterrupted([&] { return realpath(kDataPartition, resolved); }) == nullptr) {
+    if (base::RetryOnInterrupt([&] { return realpath(kDataPartition, resolved); }) == nullptr) {
         PLOG(ERROR) << "realpath failed for " << kDataPartition;
         return "";
     }
@@ -48,7 +49,7 @@ std::string DiskInfo::GetRootDevicePath() {
 std::string RootDeviceOf(const std::string& partition_path) {
     const size_t last = partition_path.find_last_not_of("0123456789");
     if (last == std::string::npos) {
-        LOG(ERROR) << "Path has no non-digit characters: " << partition_path;
+        LOG(ERROR) << "Path has no non-digit characters: " << base::Escaped(partition_path);
         return "";
     }
     // A whole NVMe disk loses its namespace's number (nvme0n1 gives nvme0n) and a final 'p' goes
@@ -56,7 +57,8 @@ std::string RootDeviceOf(const std::string& partition_path) {
     // behaviour, not an oversight.
     const size_t kept = partition_path[last] == 'p' ? last : last + 1;
     if (kept == 0 || kept >= partition_path.size()) {
-        LOG(ERROR) << "Could not determine root device from path: " << partition_path;
+        LOG(ERROR) << "Could not determine root device from path: "
+                   << base::Escaped(partition_path);
         return "";
     }
     return partition_path.substr(0, kept);
@@ -90,14 +92,15 @@ bool DiskInfo::DumpFilesystemInfo() {
 }
 
 uint64_t DiskInfo::GetSize() {
-    const UniqueFd fd(Uninterrupted([&] { return open(device_path, O_RDONLY | O_CLOEXEC); }));
+    const UniqueFd fd(
+        base::RetryOnInterrupt([&] { return open(device_path, O_RDONLY | O_CLOEXEC); }));
     if (!fd.valid()) {
-        PLOG(ERROR) << "Failed to open " << device_path << " for size";
+        PLOG(ERROR) << "Failed to open " << base::Escaped(device_path) << " for size";
         return 0;
     }
     uint64_t size_bytes = 0;
-    if (Uninterrupted([&] { return ioctl(fd.get(), BLKGETSIZE64, &size_bytes); }) != 0) {
-        PLOG(ERROR) << "Failed to get size for " << device_path;
+    if (base::RetryOnInterrupt([&] { return ioctl(fd.get(), BLKGETSIZE64, &size_bytes); }) != 0) {
+        PLOG(ERROR) << "Failed to get size for " << base::Escaped(device_path);
         return 0;
     }
     return size_bytes;

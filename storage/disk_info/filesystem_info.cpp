@@ -1,7 +1,9 @@
+#include <base/escape.h>
+#include <base/retry.h>
+#include <disk_info/diagnostics.h>
 #include <disk_info/filesystem_info.h>
 #include <disk_info/first_line.h>
 #include <disk_info/path_parts.h>
-#include <disk_info/uninterrupted.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,10 +21,10 @@ namespace {
 std::optional<std::string> ReadLink(const std::string& link) {
     char target[PATH_MAX];
     const ssize_t length =
-        Uninterrupted([&] { return readlink(link.c_str(), target, sizeof(target)); });
+        base::RetryOnInterrupt([&] { return readlink(link.c_str(), target, sizeof(target)); });
     if (length < 0) {
         const int error = errno;
-        fprintf(stderr, "Error reading symlink %s: %s\n", link.c_str(), strerror(error));
+        PrintDiagnostic({"Error reading symlink ", link, ": ", strerror(error)});
         return std::nullopt;
     }
     return std::string(target, static_cast<size_t>(length));
@@ -34,7 +36,7 @@ std::optional<std::string> MapperDevice(const std::string& link) {
     if (!target) return std::nullopt;
     std::string name = LastComponent(*target);
     if (!name.starts_with("dm-")) {
-        fprintf(stderr, "Symlink target %s is not in 'dm-*' format.\n", target->c_str());
+        PrintDiagnostic({"Symlink target ", base::Escaped(*target), " is not in 'dm-*' format."});
         return std::nullopt;
     }
     return name;
@@ -50,7 +52,7 @@ std::optional<std::string> PlainDevice(const std::string& link) {
 // A directory that cannot be asked about, whatever the reason, counts as absent.
 bool Exists(const std::string& path) {
     struct stat status;
-    return Uninterrupted([&] { return stat(path.c_str(), &status); }) == 0;
+    return base::RetryOnInterrupt([&] { return stat(path.c_str(), &status); }) == 0;
 }
 
 }  // namespace
@@ -69,7 +71,7 @@ int FilesystemInfo::GetType() const {
 std::optional<FilesystemInfoData> FilesystemInfo::GetFilesystemInfo() const {
     const std::string_view partition = device_path;
     if (partition != "userdata" && partition != "metadata") {
-        fprintf(stderr, "sysfs path not supported for %s\n", device_path);
+        PrintDiagnostic({"sysfs path not supported for ", base::Escaped(partition)});
         return std::nullopt;
     }
     const std::optional<std::string> device =
@@ -79,7 +81,7 @@ std::optional<FilesystemInfoData> FilesystemInfo::GetFilesystemInfo() const {
     if (device) data.sysfs_path = ext4_sysfs_root + "/" + *device;
     // A device that cannot be told gives a second message here, with an empty path.
     if (!Exists(data.sysfs_path)) {
-        fprintf(stderr, "sysfs path not found at %s\n", data.sysfs_path.c_str());
+        PrintDiagnostic({"sysfs path not found at ", base::Escaped(data.sysfs_path)});
         return std::nullopt;
     }
     const struct {
@@ -92,7 +94,7 @@ std::optional<FilesystemInfoData> FilesystemInfo::GetFilesystemInfo() const {
         const std::string path = data.sysfs_path + file.name;
         std::optional<std::string> line = ReadFirstLine(path);
         if (!line) {
-            fprintf(stderr, "Could not open file: %s\n", path.c_str());
+            PrintDiagnostic({"Could not open file: ", base::Escaped(path)});
             return std::nullopt;
         }
         *file.line = std::move(*line);

@@ -1,6 +1,6 @@
 // The ext4 filesystem of the "userdata" or "metadata" partition: the error counters that the
-// kernel's ext4 driver keeps for it in sysfs. `device_path` is the partition's name. Failures are
-// told on standard error, never in the log.
+// kernel's ext4 driver keeps for it in sysfs. `device_path` is the partition's name. Failures go
+// to standard error, never to the log.
 #pragma once
 
 #include <disk_info/disk_info.h>

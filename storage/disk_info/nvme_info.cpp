@@ -1,3 +1,4 @@
+#include <disk_info/diagnostics.h>
 #include <disk_info/nvme_info.h>
 #include <disk_info/unique_fd.h>
 #include <fcntl.h>
@@ -78,28 +79,28 @@ int NvmeInfo::GetType() const {
 int NvmeInfo::GetNvmeIdentifyData(void* data, int data_len, int cns) {
     const UniqueFd fd(open(device_path, O_RDWR));
     if (!fd.valid()) {
-        perror("open");
+        PrintError("open");
         return -1;
     }
     nvme_passthru_cmd command = IdentifyCommand(data, data_len, cns);
     if (cns != kIdentifyController) {
         const int namespace_id = ioctl(fd.get(), NVME_IOCTL_ID);
         if (namespace_id < 0) {
-            perror("ioctl(NVME_IOCTL_ID)");
+            PrintError("ioctl(NVME_IOCTL_ID)");
             return -1;
         }
         command.nsid = static_cast<uint32_t>(namespace_id);
     }
     const int result = NvmeAdminCommand(fd.get(), &command);
     // A status from the controller leaves no errno to print.
-    if (result == -1) perror("ioctl");
+    if (result == -1) PrintError("ioctl");
     return result == 0 ? 0 : -1;
 }
 
 int NvmeInfo::GetNvmeLogPage(void* data, int data_len, int log_id) {
     const UniqueFd fd(open(device_path, O_RDWR));
     if (!fd.valid()) {
-        perror("open");
+        PrintError("open");
         return -1;
     }
     nvme_passthru_cmd command = {};
@@ -111,7 +112,7 @@ int NvmeInfo::GetNvmeLogPage(void* data, int data_len, int log_id) {
     command.cdw10 = static_cast<uint32_t>(data_len / 4 - 1) << 16 | static_cast<uint32_t>(log_id);
     // Unlike Identify, a controller's status is printed too, with whatever errno holds.
     if (NvmeAdminCommand(fd.get(), &command) != 0) {
-        perror("ioctl");
+        PrintError("ioctl");
         return -1;
     }
     return 0;
@@ -153,7 +154,7 @@ NvmePowerData NvmeInfo::GetNvmePowerInfo() {
     const NvmePowerData unknown;
     const UniqueFd fd(open(device_path, O_RDWR));
     if (!fd.valid()) {
-        perror("open");
+        PrintError("open");
         return unknown;
     }
     nvme_passthru_cmd features = {};
@@ -162,15 +163,14 @@ NvmePowerData NvmeInfo::GetNvmePowerInfo() {
     Page page;
     nvme_passthru_cmd identify = IdentifyCommand(&page, kIdentifySize, kIdentifyController);
     if (NvmeAdminCommand(fd.get(), &features) != 0 || NvmeAdminCommand(fd.get(), &identify) != 0) {
-        perror("ioctl");
+        PrintError("ioctl");
         return unknown;
     }
     const uint32_t power_state = features.result & 0x1F;
     const uint8_t last_power_state = Load<uint8_t>(page.bytes, 263);  // NPSS counts from 0
     if (power_state > last_power_state) {
-        fprintf(stderr, "Error: Current power state %" PRIu32 " is invalid or exceeds NPSS.\n",
-                power_state);
-        (void)fflush(stderr);  // There is nowhere left to tell that standard error is gone.
+        PrintDiagnostic({"Error: Current power state ", std::to_string(power_state),
+                         " is invalid or exceeds NPSS."});
         return unknown;
     }
     return {.current_power_state = static_cast<int32_t>(power_state),

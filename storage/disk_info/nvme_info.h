@@ -1,7 +1,8 @@
 // An NVMe disk: what its controller and namespace say about themselves, read with admin commands
 // through the kernel's passthrough on the block device node, which takes the right to open that
 // node for reading and writing. Everything is read afresh on each call and nothing stays open in
-// between. Failures are told on standard error by perror, never in the log, and never retried.
+// between. Failures go to standard error as perror(3) writes them, never to the log; a command,
+// NVME_IOCTL_ID and the opening for them are tried once. GetSize is the base class's, in this too.
 // Layouts and names: NVM Express Base Specification.
 #pragma once
 

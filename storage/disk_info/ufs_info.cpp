@@ -1,7 +1,7 @@
+#include <base/retry.h>
 #include <disk_info/first_line.h>
 #include <disk_info/path_parts.h>
 #include <disk_info/ufs_info.h>
-#include <disk_info/uninterrupted.h>
 #include <logging/logging.h>
 #include <sys/stat.h>
 
@@ -36,7 +36,7 @@ std::string Quoted(std::string_view text) {
 
 bool IsSymlink(const std::string& path) {
     struct stat status;
-    return Uninterrupted([&] { return lstat(path.c_str(), &status); }) == 0 &&
+    return base::RetryOnInterrupt([&] { return lstat(path.c_str(), &status); }) == 0 &&
            S_ISLNK(status.st_mode);
 }
 
@@ -76,7 +76,7 @@ bool UfsInfo::GetUfsScsiDevicePath(std::string* out) {
         return false;
     }
     char canonical[kPathSize];
-    if (Uninterrupted([&] { return realpath(link.c_str(), canonical); }) == nullptr) {
+    if (base::RetryOnInterrupt([&] { return realpath(link.c_str(), canonical); }) == nullptr) {
         const int error = errno;
         LOG(ERROR) << "Failed to get canonical path for " << Quoted(link) << ": "
                    << strerror(error);

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -24,10 +23,13 @@ using LogFunction = std::function<void(LogId id, LogSeverity severity, const cha
                                        const char* file, unsigned int line, const char* message)>;
 using AbortFunction = std::function<void(const char* message)>;
 
-// Hands records to the system log under the tag, as "file:line: text"; or, where no log daemon
-// listens when the logger is made, to standard error as one line "SEVERITY tag file:line: text",
-// and there too what a daemon does not take at once, if that takes it. Never waits for the daemon.
-// Control characters in the text are written as \n or \x1b: a record stays one line.
+// Hands records to the system log under the tag, as "file:line: text"; what no log daemon takes at
+// once, or no daemon listens for, goes to standard error as a line "SEVERITY tag file:line: text".
+// Never waits: a record that standard error does not take at once either is dropped. A daemon that
+// starts later, or again, gets the records from then on.
+//
+// A record is one line of at most 1 KiB, prefix included: a longer one is cut and ends in "...".
+// Control characters in the text are written as \n or \x1b.
 class LogdLogger {
   public:
     explicit LogdLogger(LogId default_id = MAIN);
@@ -35,11 +37,8 @@ class LogdLogger {
                     unsigned int line, const char* message) const;
 
   private:
-    class Socket;
-
     LogId default_id_;
     int pid_;
-    std::shared_ptr<const Socket> log_;  // null: nobody listened
 };
 
 // Ends the process with SIGABRT; the record itself has gone to the logger before.

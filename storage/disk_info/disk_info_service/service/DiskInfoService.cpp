@@ -1,3 +1,4 @@
+#include <base/escape.h>
 #include <disk_info/disk_info.h>
 #include <disk_info/filesystem_info.h>
 #include <disk_info/nvme_info.h>
@@ -159,7 +160,9 @@ Number parseCounter(const std::string& text) {
 ScopedStatus DiskInfoService::getDiskInfo(std::optional<DiskInfoParcel>* result) {
     return answer(
         result, [](auto& disk) { return readInfo(disk); },
-        [](const std::string& path) { LOG(ERROR) << "Unsupported disk type for " << path; });
+        [](const std::string& path) {
+            LOG(ERROR) << "Unsupported disk type for " << base::Escaped(path);
+        });
 }
 
 ScopedStatus DiskInfoService::getDiskHealth(std::optional<DiskHealthParcel>* result) {
@@ -175,7 +178,8 @@ ScopedStatus DiskInfoService::getDiskPower(std::optional<DiskPowerParcel>* resul
 ScopedStatus DiskInfoService::getFilesystemInfo(const std::string& partition,
                                                 std::optional<FilesystemInfoParcel>* result) {
     if (partition.find("data") == std::string::npos) {
-        LOG(ERROR) << "Partition " << partition << " is not a supported filesystem partition.";
+        LOG(ERROR) << "Partition " << base::Escaped(partition)
+                   << " is not a supported filesystem partition.";
         return ScopedStatus::fromExceptionCode(EX_ILLEGAL_ARGUMENT);
     }
     // The factory sees the text up to the first NUL, so a name with a NUL inside can pass the test
@@ -183,7 +187,8 @@ ScopedStatus DiskInfoService::getFilesystemInfo(const std::string& partition,
     const std::unique_ptr<storage::DiskInfo> disk =
         storage::DiskInfo::GetDiskInfo(partition.c_str());
     if (disk->GetType() != storage::kDiskTypeFilesystem) {
-        LOG(ERROR) << "Device " << partition << " is not a supported filesystem (type mismatch).";
+        LOG(ERROR) << "Device " << base::Escaped(partition)
+                   << " is not a supported filesystem (type mismatch).";
         return ScopedStatus::fromExceptionCode(EX_ILLEGAL_ARGUMENT);
     }
     const auto& filesystem = static_cast<const storage::FilesystemInfo&>(*disk);

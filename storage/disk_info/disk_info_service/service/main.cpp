@@ -1,12 +1,18 @@
 #include <binder/process.h>
 #include <binder/service_manager.h>
+#include <disk_info/diagnostics.h>
 #include <logging/logging.h>
 #include <service/DiskInfoService.h>
+#include <service/record_limit.h>
+#include <service/standard_streams.h>
 
+#include <chrono>
 #include <cstdlib>
+#include <ctime>
 
 using binder::SharedRefBase;
 using morsk::com::quendar::tavisk::disk_info::DiskInfoService;
+using morsk::com::quendar::tavisk::disk_info::RecordLimit;
 
 // What the C++ library calls when it would throw, which here is when memory is out. Its own version
 // prints the exception's name, and brings along all that reads such names: 57 kB.
@@ -16,10 +22,37 @@ void __verbose_terminate_handler() {
 }
 }  // namespace __gnu_cxx
 
+namespace {
+
+RecordLimit record_limit;  // one for records and diagnostics
+
+bool Admit() {
+    timespec now;
+    (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);  // read without a system call
+    return record_limit.Admit(std::chrono::seconds(now.tv_sec) +
+                              std::chrono::nanoseconds(now.tv_nsec));
+}
+
+// A fatal record is the last one: it always passes.
+void InitLimitedLogging(char** argv) {
+    const logging::LogdLogger logger(logging::MAIN);
+    logging::InitLogging(
+        argv,
+        [logger](logging::LogId id, logging::LogSeverity severity, auto... record) {
+            if (severity == logging::FATAL || Admit()) logger(id, severity, record...);
+        },
+        logging::DefaultAborter);
+    ::orvane::tavisk::disk_info::LimitDiagnostics(Admit);
+    (void)std::atexit([] { record_limit.ReportSuppressed(); });
+}
+
+}  // namespace
+
 // Ends only when the name is refused or the pool returns, and both are failures: always 1. A lazy
 // service that is no longer needed is ended inside the pool.
 int main(int /*argc*/, char** argv) {
-    logging::InitLogging(argv, logging::LogdLogger(logging::MAIN), logging::DefaultAborter);
+    morsk::com::quendar::tavisk::disk_info::PrepareStandardStreams();
+    InitLimitedLogging(argv);
     logging::SetDefaultTag("DiskInfoService");
     (void)ABinderProcess_setThreadPoolMaxThreadCount(1);
 

@@ -1,0 +1,35 @@
+#include <base/escape.h>
+#include <base/standard_error.h>
+#include <disk_info/diagnostics.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+namespace orvane::tavisk::disk_info {
+namespace {
+
+bool (*admits)() = nullptr;
+
+}  // namespace
+
+void PrintDiagnostic(std::initializer_list<std::string_view> pieces) {
+    if (admits != nullptr && !admits()) return;
+    std::string message;
+    for (const std::string_view piece : pieces) message += piece;
+    base::CutTo(base::kLargestRecord - 1, &message);
+    message += '\n';
+    base::WriteToStandardError(message);
+}
+
+void PrintError(const char* prefix) {
+    const int error = errno;
+    PrintDiagnostic({prefix, ": ", strerror(error)});
+    errno = error;
+}
+
+void LimitDiagnostics(bool (*admit)()) {
+    admits = admit;
+}
+
+}  // namespace orvane::tavisk::disk_info

@@ -1,0 +1,101 @@
+// What clients can make the daemon write: bounded in number and size, one line each, not waited
+// for.
+#include <daemon.h>
+#include <gmock/gmock.h>
+#include <linux/close_range.h>
+#include <log_capture.h>
+#include <service/record_limit.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <optional>
+
+using namespace morsk::com::quendar::tavisk::disk_info;
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+using testing::ElementsAre;
+using testing::MatchesRegex;
+
+namespace {
+
+TEST(RecordLimitTest, FiftyInThirtySecondsOfWhichOneSaysHowManyMoreThereWere) {
+    LogCapture log;
+    RecordLimit limit;
+    const auto admitted = [&](std::chrono::milliseconds now, int count) {
+        int result = 0;
+        for (int i = 0; i < count; ++i) result += limit.Admit(now);
+        return result;
+    };
+    EXPECT_EQ(admitted(1s, 20), 20);
+    EXPECT_EQ(admitted(29s, 29), 29);
+    EXPECT_EQ(admitted(31s, 20), 20);  // as many as are 30 seconds old
+    EXPECT_EQ(admitted(60'999ms, 100), 29);
+    EXPECT_EQ(admitted(90'998ms, 1), 0);
+    EXPECT_THAT(log.Take(), ElementsAre());
+    EXPECT_EQ(admitted(90'999ms, 100), 48);
+    EXPECT_THAT(log.Take(), ElementsAre("W Suppressed records, those above 50 in 30 seconds: 72"));
+    limit.ReportSuppressed();
+    limit.ReportSuppressed();
+    EXPECT_THAT(log.Take(), ElementsAre("W Suppressed records, those above 50 in 30 seconds: 52"));
+}
+
+using RecordsTest = PrivateRootTest;
+
+// The body of a child: the daemon, started for a socket and with standard error for its one stream.
+void Serve(int listener, int error) {
+    dup2(error, 2);
+    dup2(listener, 3);
+    close(0);
+    close(1);
+    close_range(4, ~0U, 0);
+    setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
+    setenv("LISTEN_FDS", "1", 1);
+    execl(SERVICE_PROGRAM, SERVICE_PROGRAM, nullptr);
+}
+
+TEST_F(RecordsTest, BadNamesAndAStuckStandardErrorDoNotStopTheDaemon) {
+    const int listener = socket(AF_UNIX, SOCK_SEQPACKET, 0);
+    sockaddr_un address{AF_UNIX, ""};
+    std::strcpy(address.sun_path, kPath);
+    MakeDirectory(std::filesystem::path(kPath).parent_path());
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(listener, 9), 0);
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    ASSERT_EQ(fcntl(ends[1], F_SETPIPE_SZ, 8192), 8192);
+    Child daemon([&] { Serve(listener, ends[1]); });
+
+    std::string junk;
+    while (junk.size() < 60'000) junk += "\n<0>forged\x1b[2J\x9b\xc2\x9b";
+    const std::string names[] = {"\0"s + junk, "sd\0data"s + junk, "data" + junk + '\0'};
+    for (int i = 0; i < 200; ++i) {
+        std::optional<FilesystemInfoParcel> info;
+        const auto status = ConnectToService()->getFilesystemInfo(names[i % 3], &info);
+        ASSERT_NE(AStatus_getExceptionCode(status.get()), EX_TRANSACTION_FAILED);
+    }
+    const std::string process = "/proc/" + std::to_string(daemon.pid());
+    EXPECT_EQ(std::filesystem::read_symlink(process + "/fd/0"), "/dev/null");
+    EXPECT_EQ(std::filesystem::read_symlink(process + "/fd/1"), "/dev/null");
+    std::string flags;
+    std::getline(std::ifstream(process + "/fdinfo/2").ignore(99, '\n'), flags);
+    EXPECT_THAT(flags, MatchesRegex("flags:.*4001"));  // O_NONBLOCK and O_WRONLY
+    EXPECT_EQ(fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0) << "others share it";
+
+    // As many records as it holds, then no more until the one that the idle daemon ends with.
+    const auto take = [&] {
+        char bytes[8192];
+        return std::string(bytes, size_t(std::max(ssize_t{0}, read(ends[0], bytes, 8192))));
+    };
+    const std::string records = take();
+    EXPECT_THAT(records, MatchesRegex("((ERROR DiskInfoService |sysfs path )[ -~]*\\\\n<0>forged"
+                                      "\\\\x1b\\[2J[ -~]*\\.\\.\\.\n){3,8}"));
+    EXPECT_LE(ssize_t(records.size()), 1024 * std::ranges::count(records, '\n'));
+    close(ends[1]);
+    EXPECT_EQ(daemon.Wait(), 0);
+    EXPECT_THAT(take(), MatchesRegex("WARNING DiskInfoService .* seconds: 151\n"));
+}
+
+}  // namespace
