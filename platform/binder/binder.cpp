@@ -38,7 +38,11 @@ class Connection {
             const bool gone = error == EPIPE || error == ECONNRESET;
             return gone ? STATUS_DEAD_OBJECT : STATUS_FAILED_TRANSACTION;
         }
-        const ReceiveResult result = Receive(socket_.get(), kReplyMagic, &message_);
+        // A client waits for as long as the service takes, whatever signals its process gets.
+        ReceiveResult result = ReceiveResult::kNothing;
+        while (result == ReceiveResult::kNothing) {
+            result = Receive(socket_.get(), kReplyMagic, &message_);
+        }
         if (result == ReceiveResult::kClosed) return STATUS_DEAD_OBJECT;
         if (result != ReceiveResult::kMessage) return STATUS_FAILED_TRANSACTION;
         // A status is 0 or negative, and only success comes with data.

@@ -1,5 +1,6 @@
 #include "message.h"
 
+#include <base/retry.h>
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -10,12 +11,13 @@
 namespace binder {
 
 ReceiveResult Receive(int fd, uint32_t magic, Message* message) {
-    ssize_t size = 0;
-    do {
-        // With MSG_TRUNC the result is the datagram's own length, even where it was cut.
-        size = recv(fd, message, sizeof *message, MSG_TRUNC);
-    } while (size < 0 && errno == EINTR);
-    if (size < 0) return errno == EAGAIN ? ReceiveResult::kNothing : ReceiveResult::kClosed;
+    // With MSG_TRUNC the result is the datagram's own length, even where it was cut.
+    const ssize_t size =
+        base::RetryOnInterrupt([&] { return recv(fd, message, sizeof *message, MSG_TRUNC); });
+    if (size < 0) {
+        const bool may_come = errno == EAGAIN || errno == EINTR;
+        return may_come ? ReceiveResult::kNothing : ReceiveResult::kClosed;
+    }
     // An empty datagram looks the same as the end, and is no better.
     if (size == 0) return ReceiveResult::kClosed;
     if (size_t(size) < sizeof message->header || size_t(size) > sizeof *message ||
@@ -30,10 +32,8 @@ int Send(int fd, uint32_t magic, int32_t word, std::span<const uint8_t> data, Me
     message->header = {magic, word, uint32_t(data.size())};
     std::ranges::copy(data, message->payload.begin());
     const size_t size = sizeof message->header + data.size();
-    ssize_t sent = 0;
-    do {
-        sent = send(fd, message, size, MSG_NOSIGNAL);
-    } while (sent < 0 && errno == EINTR);
+    const ssize_t sent =
+        base::RetryOnInterrupt([&] { return send(fd, message, size, MSG_NOSIGNAL); });
     return sent < 0 ? errno : 0;
 }
 

@@ -36,7 +36,7 @@ static_assert(sizeof(Message) == sizeof(MessageHeader) + kMaxParcelBytes);
 
 enum class ReceiveResult {
     kMessage,
-    kNothing,    // none waits on a descriptor that does not block
+    kNothing,    // none waits on a descriptor that does not block, or signals interrupted the wait
     kClosed,     // the peer is gone
     kMalformed,  // shorter or longer than its header tells, or no header of this kind
 };

@@ -1,3 +1,4 @@
+#include <base/retry.h>
 #include <binder/service_manager.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -31,7 +32,7 @@ constexpr std::string_view kRoot = "/run/binder/";
 constexpr mode_t kDirectoryMode = 0711;
 // Whoever may connect may ask: the daemon's own user and group, and nobody else.
 constexpr mode_t kSocketMode = 0660;
-constexpr int kHandedFd = 3;  // systemd's first
+constexpr int kHandedFd = 3;     // systemd's first
 constexpr int kPassRights = 83;  // SO_PASSRIGHTS, newer than the C library's headers
 
 // 0 and the address of an instance's socket, or the errno of a name that cannot be a path there.
@@ -113,9 +114,7 @@ int RemoveLeftover(const sockaddr_un& address, int directory, const char* name) 
 int Listen(const sockaddr_un& address, UniqueFd* listener) {
     const UniqueFd directory = OpenDirectoryOf(address.sun_path);
     if (!directory) return errno;
-    while (flock(directory.get(), LOCK_EX) != 0) {
-        if (errno != EINTR) return errno;
-    }
+    if (base::RetryOnInterrupt([&] { return flock(directory.get(), LOCK_EX); }) != 0) return errno;
     const char* const name = std::strrchr(address.sun_path, '/') + 1;
     if (const int error = RemoveLeftover(address, directory.get(), name)) return error;
     UniqueFd fd = NewSocket(SOCK_NONBLOCK);
@@ -195,8 +194,7 @@ AIBinder* AServiceManager_checkService(const char* instance) {
     }
     UniqueFd fd = NewSocket(0);
     if (!fd) return nullptr;
-    while (connect(fd.get(), Generic(address), sizeof address) != 0) {
-        if (errno != EINTR) return nullptr;
-    }
+    const auto connect_once = [&] { return connect(fd.get(), Generic(address), sizeof address); };
+    if (base::RetryOnInterrupt(connect_once) != 0) return nullptr;
     return NewRemoteBinder(std::move(fd));
 }
