@@ -65,7 +65,7 @@ Setup& TheSetup() {
     return setup;
 }
 
-// One datagram. Not syslog(3): it puts the time in front, which the daemon knows too, at the price
+// One datagram. Not syslog(3): it puts the time in front, which the daemon does too, at the price
 // of the C library's time zones and scanning, and it waits for a daemon that does not read. A
 // socket for each record finds a daemon that started late or again, and holds no descriptor. False:
 // no daemon takes the record now.
