@@ -86,8 +86,6 @@ static int run_step(char letter, const char* argument) {
             return admin(0x02, 0xFFFFFFFF, 512, 0x007F0002);  // health log
         case 'S':
             return admin(0x0A, 0, 0, 2);  // power state
-        case 'w':
-            return write(STDERR_FILENO, page, (size_t)atoi(argument)) < 0 ? -1 : 0;
         default:
             return -1;
     }
