@@ -6,12 +6,15 @@
 #include <binder/service_manager.h>
 #include <child.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <private_root.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <string>
+
+using namespace std::string_literals;
 
 inline constexpr char kInstance[] = "test.IService/default";
 inline constexpr char kPath[] = "/run/binder/test.IService/default";
@@ -104,3 +107,21 @@ class RawSocket {
     const sockaddr_un address_{AF_UNIX, "/run/binder/test.IService/default"};
     const int fd_;
 };
+
+// A request for twice 21, one that takes a millisecond, and the answer to the first.
+inline const std::string kRequest = "BirQ\1\0\0\0\4\0\0\0\x15\0\0\0"s;
+inline const std::string kSlowRequest = "BirQ\6\0\0\0\0\0\0\0"s;
+inline const std::string kReply = "BirP\0\0\0\0\4\0\0\0\x2a\0\0\0"s;
+
+// What comes within 20 seconds: a message's first bytes, or "" at the connection's end.
+inline std::string Receive(const RawSocket& socket) {
+    pollfd waiting{socket.fd(), POLLIN, 0};
+    if (poll(&waiting, 1, 20'000) != 1) return "nothing came";
+    char bytes[64];
+    const ssize_t size = recv(socket.fd(), bytes, sizeof bytes, MSG_DONTWAIT);
+    return size > 0 ? std::string(bytes, size_t(size)) : "";
+}
+
+inline ssize_t Send(int fd, const std::string& bytes) {
+    return send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+}
