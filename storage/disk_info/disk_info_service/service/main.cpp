@@ -2,10 +2,12 @@
 #include <binder/service_manager.h>
 #include <logging/logging.h>
 #include <service/DiskInfoService.h>
+#include <service/confinement.h>
 
 #include <cstdlib>
 
 using binder::SharedRefBase;
+using morsk::com::quendar::tavisk::disk_info::ConfineProcess;
 using morsk::com::quendar::tavisk::disk_info::DiskInfoService;
 
 // What the C++ library calls when it would throw, which here is when memory is out. Its own version
@@ -16,8 +18,8 @@ void __verbose_terminate_handler() {
 }
 }  // namespace __gnu_cxx
 
-// Ends only when the name is refused or the pool returns, and both are failures: always 1. A lazy
-// service that is no longer needed is ended inside the pool.
+// Ends only when the name or the filter is refused or the pool returns, all failures: always 1. A
+// lazy service that is no longer needed is ended inside the pool.
 int main(int /*argc*/, char** argv) {
     logging::InitLogging(argv, logging::LogdLogger(logging::MAIN), logging::DefaultAborter);
     logging::SetDefaultTag("DiskInfoService");
@@ -28,10 +30,12 @@ int main(int /*argc*/, char** argv) {
     // The reference is dropped at once: from here on the registration keeps the binder alive.
     const binder_status_t status =
         AServiceManager_registerLazyService(service->asBinder().get(), instance.c_str());
-    if (status == STATUS_OK) {
-        ABinderProcess_joinThreadPool();
-    } else {
+    if (status != STATUS_OK) {
         LOG(ERROR) << "Failed to register lazy service: " << status;
+    } else if (!ConfineProcess()) {
+        PLOG(ERROR) << "Failed to install the system call filter";
+    } else {
+        ABinderProcess_joinThreadPool();
     }
     return 1;
 }
