@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <iterator>
@@ -34,9 +35,12 @@ bool emptyText(const Json& fields, const char* field) {
     return fields.value(field, "-").empty();
 }
 
-std::string format(const char* pattern, double value) {
+[[gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...) {
     char text[64];
-    (void)std::snprintf(text, sizeof text, pattern, value);
+    va_list values;
+    va_start(values, pattern);
+    (void)std::vsnprintf(text, sizeof text, pattern, values);
+    va_end(values);
     return text;
 }
 
@@ -122,20 +126,19 @@ std::string dataUnits(const Json& /*fields*/, const Json& value) {
     return inThousands(value.get<double>() * 512'000);
 }
 std::string nvmeVersion(const Json& fields, const Json& value) {
-    return value.dump() + format(".%.0f", numberAt(fields, "versionMinor")) +
-           format(".%.0f", numberAt(fields, "versionTertiary"));
+    return value.dump() + format(".%.0f.%.0f", numberAt(fields, "versionMinor"),
+                                 numberAt(fields, "versionTertiary"));
 }
 // 0xJJMS in decimal digits: 0x0310 is 3.1.
 std::string ufsVersion(const Json& /*fields*/, const Json& value) {
     const auto digits = value.get<unsigned>();
-    const std::string suffix = (digits & 0xF) != 0 ? format(".%.0f", digits & 0xF) : "";
-    return format("%.0f.", (digits >> 12) * 10 + (digits >> 8 & 0xF)) +
-           format("%.0f", digits >> 4 & 0xF) + suffix;
+    const std::string suffix = (digits & 0xF) != 0 ? format(".%u", digits & 0xF) : "";
+    return format("%u.%u", (digits >> 12) * 10 + (digits >> 8 & 0xF), digits >> 4 & 0xF) + suffix;
 }
 std::string lifeTime(const Json& /*fields*/, const Json& value) {
     const double level = *number(value);
     if (level > 10) return "beyond its expected life";
-    return format("%.0f %% to ", level * 10 - 10) + format("%.0f %% used", level * 10);
+    return format("%.0f %% to %.0f %% used", level * 10 - 10, level * 10);
 }
 std::string criticalWarning(const Json& /*fields*/, const Json& value) {
     const auto bits = value.get<unsigned>();

@@ -3,6 +3,7 @@
 #include <disk_info/diagnostics.h>
 #include <logging/logging.h>
 #include <service/DiskInfoService.h>
+#include <service/confinement.h>
 #include <service/record_limit.h>
 #include <service/standard_streams.h>
 
@@ -11,6 +12,7 @@
 #include <ctime>
 
 using binder::SharedRefBase;
+using morsk::com::quendar::tavisk::disk_info::ConfineProcess;
 using morsk::com::quendar::tavisk::disk_info::DiskInfoService;
 using morsk::com::quendar::tavisk::disk_info::RecordLimit;
 
@@ -48,8 +50,8 @@ void InitLimitedLogging(char** argv) {
 
 }  // namespace
 
-// Ends only when the name is refused or the pool returns, and both are failures: always 1. A lazy
-// service that is no longer needed is ended inside the pool.
+// Ends only when the name or the filter is refused or the pool returns, all failures: always 1. A
+// lazy service that is no longer needed is ended inside the pool.
 int main(int /*argc*/, char** argv) {
     morsk::com::quendar::tavisk::disk_info::PrepareStandardStreams();
     InitLimitedLogging(argv);
@@ -61,10 +63,12 @@ int main(int /*argc*/, char** argv) {
     // The reference is dropped at once: from here on the registration keeps the binder alive.
     const binder_status_t status =
         AServiceManager_registerLazyService(service->asBinder().get(), instance.c_str());
-    if (status == STATUS_OK) {
-        ABinderProcess_joinThreadPool();
-    } else {
+    if (status != STATUS_OK) {
         LOG(ERROR) << "Failed to register lazy service: " << status;
+    } else if (!ConfineProcess()) {
+        PLOG(ERROR) << "Failed to install the system call filter";
+    } else {
+        ABinderProcess_joinThreadPool();
     }
     return 1;
 }
