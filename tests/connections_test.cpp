@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <deque>
@@ -113,6 +114,29 @@ TEST_F(ConnectionsTest, AUserWithAllItsPlacesGetsThoseThatAreSilentTooLong) {
         EXPECT_EQ(Receive(clients[other]), kReply);
     }
     EXPECT_EQ(Receive(clients[63]), kReply);  // it was not closed while it had a reply to take
+}
+
+// Rounds of calls that take long end early; the next one goes on with those that were not served.
+TEST_F(ConnectionsTest, ConnectionsOfAUserTakeTurns) {
+    const Child server(Serve);
+    (void)Connect();
+    std::deque<RawSocket> clients(16);
+    std::vector<pollfd> replies;
+    for (const RawSocket& client : clients) {
+        ASSERT_NO_FATAL_FAILURE(client.Connect());
+        replies.push_back({client.fd(), POLLIN, 0});
+        EXPECT_EQ(Send(client.fd(), kSlowRequest), 12);
+    }
+    std::vector<int> answers(clients.size());
+    for (int sum = 0; sum < 400 && poll(replies.data(), replies.size(), 20'000) > 0;) {
+        for (size_t i = 0; i < replies.size(); ++i) {
+            if (replies[i].revents == 0) continue;
+            EXPECT_EQ(Receive(clients[i]), "BirP\0\0\0\0\0\0\0\0"s);
+            EXPECT_EQ(Send(replies[i].fd, kSlowRequest), 12);
+            ++answers[i], ++sum;
+        }
+    }
+    EXPECT_GT(*std::ranges::min_element(answers), 10) << "of 25";
 }
 
 // 64 connections that always ask for what takes a millisecond, and 64 processes that connect and
