@@ -76,6 +76,9 @@ TEST_F(ConnectionsTest, NoAccountTakesThePlacesOfOthers) {
         for (int i = 0; i < c.wanted; ++i) admitted += Admitted(c.user, &clients);
         EXPECT_EQ(admitted, c.admitted) << c.user;
     }
+    // Nor does shutting down free a place while the reply stays.
+    for (size_t i = 2; i < 64; ++i) EXPECT_EQ(shutdown(clients[i].fd(), SHUT_RDWR), 0);
+    EXPECT_FALSE(Admitted(7, &clients));
     // A user with fewer connections displaces one that took its reply, of the user with the most,
     // and no other.
     std::deque<RawSocket> others;

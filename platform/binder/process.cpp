@@ -66,6 +66,7 @@ class Server {
     void ServeReady();
     void Serve(uint32_t number);
     void HoldBack(uint32_t number, bool held_back);
+    void HangUp(uint32_t number);
     void Close(uint32_t number);
     void CheckTime();
     int WaitMs() const;
@@ -113,15 +114,16 @@ void Server::RunRound(std::span<const epoll_event> events) {
         if (event.data.u32 == kListener) {
             connected = true;
         } else if ((event.events & EPOLLHUP) != 0) {
-            Close(event.data.u32);  // The peer cannot receive any more.
+            HangUp(event.data.u32);
         }
     }
     if (connected) AcceptAll();
     connections_.StartRound();
     for (const epoll_event& event : events) {
         const uint32_t number = event.data.u32;
+        if (number == kListener || (event.events & EPOLLHUP) != 0) continue;
         // The place may be another connection's since AcceptAll; receiving from it does no harm.
-        if (number != kListener && connections_.holds(number)) connections_.MarkReady(number);
+        if (connections_.holds(number)) connections_.MarkReady(number);
     }
     ServeReady();
 }
@@ -183,6 +185,15 @@ void Server::HoldBack(uint32_t number, bool held_back) {
     connections_.set_held_back(number, held_back);
     const uint32_t events = held_back ? uint32_t{EPOLLOUT} | EPOLLET : uint32_t{EPOLLIN};
     if (!Watch(EPOLL_CTL_MOD, connections_.fd(number), number, events)) Close(number);
+}
+
+// The peer closed the connection, or shut it down and keeps the last reply.
+void Server::HangUp(uint32_t number) {
+    if (ReplyWasTaken(connections_.fd(number))) {
+        Close(number);
+    } else if (!connections_.held_back(number)) {
+        HoldBack(number, true);
+    }
 }
 
 void Server::Close(uint32_t number) {
