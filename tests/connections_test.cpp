@@ -188,7 +188,7 @@ TEST_F(ConnectionsTest, ABusyUserDelaysOthersByAFewCalls) {
     asking.join();
 }
 
-// One thread serves: all wait for the call that waits, and nobody else pays for it.
+// One thread serves: all clients wait for a call that waits, and lose nothing else by it.
 TEST_F(ConnectionsTest, ACallThatWaitsDelaysTheOthersAndNoMore) {
     const Child server(Serve);
     (void)Connect();

@@ -38,7 +38,7 @@ class Connection {
             const bool gone = error == EPIPE || error == ECONNRESET;
             return gone ? STATUS_DEAD_OBJECT : STATUS_FAILED_TRANSACTION;
         }
-        // A client waits for as long as the service takes, whatever signals its process gets.
+        // A client waits for as long as the service takes: signals of its process do not end that.
         ReceiveResult result = ReceiveResult::kNothing;
         while (result == ReceiveResult::kNothing) {
             result = Receive(socket_.get(), kReplyMagic, &message_);

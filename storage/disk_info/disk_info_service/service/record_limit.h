@@ -1,4 +1,4 @@
-// The limit on what the daemon writes, whatever its clients do: at most 50 records and diagnostics
+// The limit on what clients can make the daemon write: at most 50 records and diagnostics
 // in any 30 seconds, so that no client drives the other records out of the system log. Only counts;
 // the logger and the storage library's diagnostics call it before they write. One thread's.
 #pragma once

@@ -1,4 +1,4 @@
-// The daemon's descriptors 0, 1 and 2, as whatever started it left them.
+// The daemon's descriptors 0, 1 and 2, which it inherits from the process that started it.
 #pragma once
 
 namespace morsk::com::quendar::tavisk::disk_info {
