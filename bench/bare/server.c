@@ -123,6 +123,10 @@ static void serve_many(int listener) {
     }
 }
 
+#ifdef CONFINED
+int Confine(void);  // bare/confine.cpp
+#endif
+
 static int listen_at(const char* path) {
     if (strcmp(path, "3") == 0) return 3;
     struct sockaddr_un address = {.sun_family = AF_UNIX};
@@ -143,6 +147,9 @@ int main(int argc, char** argv) {
     }
     // systemd hands over a socket that may not block.
     (void)fcntl(listener, F_SETFL, 0);
+#ifdef CONFINED
+    if (!Confine()) return 1;
+#endif
     if (strcmp(argv[2], "many") == 0) serve_many(listener);
     for (;;) {
         const int client = accept4(listener, NULL, NULL, SOCK_CLOEXEC);
