@@ -12,6 +12,7 @@ namespace {
 
 constexpr uint32_t kPlacesOfUser = 64;
 constexpr int64_t kSilentMs = 10'000;
+constexpr int64_t kSearchAgainMs = 1'000;
 
 // Where Linux distributions let newuidmap(1) hand out ids, and how many an account gets.
 constexpr uid_t kFirstSubordinate = 100'000;
@@ -84,12 +85,7 @@ bool Connections::HasRoomFor(uid_t uid, int64_t now_ms) {
         const User& user = users_[FindUser(uid)];
         return user.uid == uid ? user.connections : 0;
     };
-    if (own_count() >= kPlacesOfUser && !CloseOne([&](const Connection& c) {
-            return user_of(c).uid == uid && c.asked_at_ms <= now_ms - kSilentMs &&
-                   !RequestWaits(c.fd.get());
-        })) {
-        return false;
-    }
+    if (own_count() >= kPlacesOfUser && !CloseSilent(&users_[FindUser(uid)], now_ms)) return false;
     for (const auto& limit : kLimits) {
         if (uid < limit.from || CountFrom(limit.from) < limit.places) continue;
         if (!CloseOne([&, own = own_count()](const Connection& c) {
@@ -99,6 +95,18 @@ bool Connections::HasRoomFor(uid_t uid, int64_t now_ms) {
         }
     }
     return true;
+}
+
+// Closes a connection of a user with all its places that sent no request for long. After a failure
+// the next search waits, so that a flood of connections to refuse costs little.
+bool Connections::CloseSilent(User* user, int64_t now_ms) {
+    if (now_ms < user->search_again_at_ms) return false;
+    const bool closed = CloseOne([&](const Connection& c) {
+        return &users_[c.user] == user && c.asked_at_ms <= now_ms - kSilentMs &&
+               !RequestWaits(c.fd.get());
+    });
+    if (!closed) user->search_again_at_ms = now_ms + kSearchAgainMs;
+    return closed;
 }
 
 // Of those that may be closed, the one of the user with the most connections whose turn is the

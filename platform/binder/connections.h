@@ -61,10 +61,12 @@ class Connections {
         uid_t uid = 0;
         uint32_t connections = 0;  // 0: the entry is free
         uint64_t turn = 0;
+        int64_t search_again_at_ms = 0;  // for a connection of it to close
     };
 
     uint32_t FindUser(uid_t uid) const;
     bool HasRoomFor(uid_t uid, int64_t now_ms);
+    bool CloseSilent(User* user, int64_t now_ms);
     uint32_t CountFrom(uid_t lowest) const;
     template <typename Choice>
     bool CloseOne(Choice&& may_close);

@@ -123,6 +123,11 @@ void Server::RunRound(std::span<const epoll_event> events) {
         const uint32_t number = event.data.u32;
         if (number == kListener || (event.events & EPOLLHUP) != 0) continue;
         // The place may be another connection's since AcceptAll; receiving from it does no harm.
+        if (!connections_.holds(number)) continue;
+        // The edge that it waited for is reported once, and the round may end before its turn.
+        if (connections_.held_back(number) && ReplyWasTaken(connections_.fd(number))) {
+            HoldBack(number, false);
+        }
         if (connections_.holds(number)) connections_.MarkReady(number);
     }
     ServeReady();
@@ -165,9 +170,10 @@ void Server::ServeReady() {
 
 void Server::Serve(uint32_t number) {
     const int fd = connections_.fd(number);
-    const bool taken = ReplyWasTaken(fd);
-    if (taken == connections_.held_back(number)) HoldBack(number, !taken);
-    if (!taken || !connections_.holds(number)) return;
+    if (!ReplyWasTaken(fd)) {
+        if (!connections_.held_back(number)) HoldBack(number, true);
+        return;
+    }
     const ReceiveResult result = Receive(fd, kRequestMagic, &message_);
     if (result == ReceiveResult::kNothing) return;
     if (result != ReceiveResult::kMessage) return Close(number);

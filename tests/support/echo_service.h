@@ -20,7 +20,7 @@ inline constexpr char kInstance[] = "test.IService/default";
 inline constexpr char kPath[] = "/run/binder/test.IService/default";
 
 // Code 1 answers twice the number, 2 ends the process, 3 answers more than a parcel holds, 4 the
-// largest reply, 5 waits for 11 seconds, 6 for a millisecond; others are unknown.
+// largest reply, 5 waits for 11 seconds, 6 for 5 milliseconds; others are unknown.
 inline binder_status_t OnTransact(AIBinder*, transaction_code_t code, const AParcel* request,
                                   AParcel* reply) {
     int32_t number = 0;
@@ -37,7 +37,7 @@ inline binder_status_t OnTransact(AIBinder*, transaction_code_t code, const APar
         case 5:
             return sleep(11) == 0 ? STATUS_OK : STATUS_UNKNOWN_ERROR;
         case 6:
-            return usleep(1000) == 0 ? STATUS_OK : STATUS_UNKNOWN_ERROR;
+            return usleep(5000) == 0 ? STATUS_OK : STATUS_UNKNOWN_ERROR;
         default:
             return STATUS_UNKNOWN_TRANSACTION;
     }
@@ -108,7 +108,7 @@ class RawSocket {
     const int fd_;
 };
 
-// A request for twice 21, one that takes a millisecond, and the answer to the first.
+// A request for twice 21, one that takes 5 milliseconds, and the answer to the first.
 inline const std::string kRequest = "BirQ\1\0\0\0\4\0\0\0\x15\0\0\0"s;
 inline const std::string kSlowRequest = "BirQ\6\0\0\0\0\0\0\0"s;
 inline const std::string kReply = "BirP\0\0\0\0\4\0\0\0\x2a\0\0\0"s;

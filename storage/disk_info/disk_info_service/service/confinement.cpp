@@ -62,9 +62,10 @@ struct Rule {
 };
 
 constexpr Rule kRules[] = {
-    // Disks and sysfs. No file is made or cut. Other requests than these four would change a disk:
+    // Disks and sysfs. No file is made or cut, no disk claimed. Other requests than these four
+    // would change a disk:
     // to discard or zero blocks, to write by way of the driver, to read the partition table again.
-    {__NR_openat, {Without(2, O_CREAT | O_TRUNC | O_APPEND | O_TMPFILE)}},
+    {__NR_openat, {Without(2, O_CREAT | O_EXCL | O_TRUNC | O_APPEND | O_TMPFILE)}},
     {__NR_read},
     {__NR_ioctl, {Is(1, BLKGETSIZE64)}},
     {__NR_ioctl, {Is(1, NVME_IOCTL_ID)}},
