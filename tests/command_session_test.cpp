@@ -1,13 +1,11 @@
 // The command with a service of another interface, and on a terminal.
 #include <binder/parcel_utils.h>
 #include <binder/process.h>
-#include <binder/service_manager.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <morsk/BnDiskInfoService.h>
 #include <output_check.h>
 #include <poll.h>
+#include <scripted_service.h>
 #include <silent_listener.h>
 #include <sys/ioctl.h>
 
@@ -19,42 +17,26 @@
 #include <vector>
 
 using namespace morsk::com::quendar::tavisk::disk_info;
-using binder::ScopedStatus;
 using testing::HasSubstr;
 using testing::Not;
 
 namespace {
 
-constexpr char kInstance[] = "com.quendar.tavisk.disk_info.IDiskInfoService/default";
-
 // A later version: another hash, and a kind of disk in one answer that nobody knows yet.
-class LaterService : public BnDiskInfoService {
+class LaterService : public ScriptedService {
   public:
-    ScopedStatus getDiskInfo(std::optional<DiskInfoParcel>* result) override {
-        NvmeInfoParcel info;
-        info.type = "NVMe";
-        info.modelNumber = "\"}\\\n\xff\x1b";
-        *result = info;
-        return ScopedStatus::ok();
+    LaterService() {
+        info = NvmeInfoParcel{"NVMe", "\"}\\\n\xff\x1b", "", "", 0, 0, 0, false, 5};
+        health = NvmeHealthInfoParcel{.availableSpare = 9,
+                                      .availableSpareThreshold = 10,
+                                      .dataUnitsWritten = -1,
+                                      .discardReadValue = "0"};
+        filesystem = FilesystemInfoParcel();
     }
-    ScopedStatus getDiskHealth(std::optional<DiskHealthParcel>* result) override {
-        NvmeHealthInfoParcel health;
-        health.availableSpare = 9;
-        health.availableSpareThreshold = 10;
-        health.dataUnitsWritten = -1;
-        health.discardReadValue = "0";
-        *result = health;
-        return ScopedStatus::ok();
-    }
-    ScopedStatus getDiskPower(std::optional<DiskPowerParcel>*) override { return {}; }
-    ScopedStatus getFilesystemInfo(const std::string&,
-                                   std::optional<FilesystemInfoParcel>* result) override {
-        *result = FilesystemInfoParcel();
-        return ScopedStatus::ok();
-    }
-
-    static void Serve() {
+    // The body of a child.
+    static void Serve(bool malformed) {
         const auto service = SharedRefBase::make<LaterService>();
+        malformed_ = malformed;
         if (AServiceManager_registerLazyService(service->asBinder().get(), kInstance) ==
             STATUS_OK) {
             ABinderProcess_joinThreadPool();
@@ -72,6 +54,7 @@ class LaterService : public BnDiskInfoService {
   private:
     static binder_status_t Transact(AIBinder* binder, transaction_code_t code,
                                     const AParcel* request, AParcel* reply) {
+        if (malformed_) return AParcel_writeInt64(reply, 0x700000000);
         if (code != kGetInterfaceHash && code != kGetDiskPower) {
             return onTransact(binder, code, request, reply);
         }
@@ -80,6 +63,7 @@ class LaterService : public BnDiskInfoService {
         (void)AParcel_writeInt32(reply, 1);
         return AParcel_writeInt32(reply, 2);  // the tag of the third kind
     }
+    static inline bool malformed_ = false;
 };
 
 // Made before the tests lose sight of /dev.
@@ -89,12 +73,9 @@ const int terminal_inside =
 
 class CommandSessionTest : public PrivateRootTest {
   protected:
-    static Child Start() {
-        Child service(LaterService::Serve);
-        const auto served = [] {
-            return bool(binder::StrongBinder(AServiceManager_checkService(kInstance)));
-        };
-        EXPECT_TRUE(Eventually(served));
+    static Child Start(bool malformed = false) {
+        Child service([&] { LaterService::Serve(malformed); });
+        AwaitService();
         return service;
     }
     static Child OnTerminal(std::vector<const char*> words, const char* no_color) {
@@ -138,6 +119,14 @@ TEST_F(CommandSessionTest, OfAnotherInterfaceItShowsWhatIsKnown) {
                                                : std::vector<std::string>{"metrics"}),
                   "");
     }
+}
+
+TEST_F(CommandSessionTest, AServiceWithMalformedRepliesIsNoService) {
+    const Child service = Start(true);
+    Child command({COMMAND_PROGRAM, "--json"}, "/run/command");
+    EXPECT_EQ(command.Wait(), 4);
+    EXPECT_EQ(command.out(), "");
+    EXPECT_THAT(command.err(), testing::MatchesRegex("disk_info: [^\n]* malformed reply [^\n]*\n"));
 }
 
 TEST_F(CommandSessionTest, ATerminalGetsBarsUnlessColourIsRefused) {

@@ -1,76 +1,38 @@
 // The daemon and the command as two processes: what a user sees, and how the daemon starts.
-#include <binder/interface_utils.h>
-#include <binder/process.h>
-#include <binder/service_manager.h>
-#include <child.h>
+#include <daemon.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <linux/capability.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <morsk/BnDiskInfoService.h>
 #include <output_check.h>
-#include <private_root.h>
 #include <silent_listener.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 
-#include <cerrno>
 #include <chrono>
-#include <cstddef>
 #include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
-using morsk::com::quendar::tavisk::disk_info::BnDiskInfoService;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
 namespace {
 
-constexpr char kInstance[] = "com.quendar.tavisk.disk_info.IDiskInfoService/default";
-
-void AwaitService() {
-    ASSERT_TRUE(Eventually(
-        [] { return bool(binder::StrongBinder(AServiceManager_checkService(kInstance))); }));
-}
-
 class CommandTest : public PrivateRootTest {
   protected:
     void SetUp() override {
         ASSERT_NO_FATAL_FAILURE(PrivateRootTest::SetUp());
-        const std::string host = "/sys/devices/05.0";
-        const std::string unit = host + "/host0/target0/0:0:0:0";
-        WriteFile("/dev/block/sda2", "");
-        WriteLink("/dev/block/by-name/userdata", "/dev/block/sda2");
-        MakeDirectory(unit + "/block/sda");
-        WriteLink("/sys/block/sda", unit + "/block/sda");
+        PlaceDevice();
+        const std::string unit = kUnit;
         // Texts that want to be more than text: no UTF-8, a terminal's escape, a quote.
         WriteFile(unit + "/vendor", "V\xff\x1b[2J\"\n");
         WriteFile(unit + "/model", "M\xc3\xa9\n");
         WriteFile(unit + "/ioerr_cnt", "0x20000000000001\n");  // 2^53 + 1
-        WriteFile(unit + "/unit_descriptor/wb_buf_alloc_units", "1\n");
-        WriteFile(unit + "/block/sda/size", "10\n");
-        WriteFile(host + "/geometry_descriptor/allocation_unit_size", "1\n");
-        WriteFile(host + "/geometry_descriptor/segment_size", "1\n");
-        WriteFile(host + "/geometry_descriptor/wb_max_alloc_units", "0xffffffff\n");
-        WriteFile(host + "/health_descriptor/eol_info", "0x01\n");
-        WriteFile(host + "/power_info/link_state", "ACTIVE\n");
-        WriteLink("/dev/block/by-name/metadata", "/dev/block/sda1");
-        for (const auto& [name, content] :
-             {std::pair("errors_count", "3\n"), std::pair("last_error_func", "f\n"),
-              std::pair("last_error_errcode", "5\n")}) {
-            WriteFile(std::string("/sys/fs/ext4/sda1/") + name, content);
-        }
+        WriteFile(unit + "/block/sda/size", "340\n");          // ten times the Write Booster buffer
+        WriteFile(std::string(kController) + "/geometry_descriptor/wb_max_alloc_units",
+                  "0xffffffff\n");
+        WriteLink("/dev/block/mapper/userdata", "elsewhere");
     }
 
-    static Child Start(const std::vector<std::string>& arguments = {}) {
-        std::vector<std::string> words{SERVICE_PROGRAM};
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        return {words, "/run/service"};
-    }
     // Runs the command to its end and keeps its outputs.
     int Ask(
         const std::vector<std::string>& arguments, const std::function<void()>& prepare = [] {}) {
@@ -87,20 +49,20 @@ class CommandTest : public PrivateRootTest {
 };
 
 TEST_F(CommandTest, StatusAsJsonIsOneDocument) {
-    const Child service = Start({"extra", "--arguments"});
-    ASSERT_NO_FATAL_FAILURE(AwaitService());
+    const Daemon service{SERVICE_PROGRAM};
     EXPECT_EQ(Ask({"--json", "status"}), 3);
     // Keys, their types and their completeness are the schema's; order, numbers and texts are here.
     for (const char* part :
          {"{\n  \"schemaVersion\": 1,\n  \"info\": {\n    \"ufs\": {\n      \"type\": \"UFS\",\n"
           "      \"vendor\": \"V\\ufffd\\u001b[2J\\\"\",\n      \"modelNumber\": \"M\\u00e9\",\n",
-          "      \"writeBoosterFraction\": 0.1,\n      \"writeBoosterCurrentAllocUnits\": 1,\n"
+          "      \"writeBoosterFraction\": 0.1,\n      \"writeBoosterCurrentAllocUnits\": 17,\n"
           "      \"writeBoosterMaxAllocUnits\": 4294967295,\n",
           "      \"totalNumberOfErrors\": 9007199254740993,\n"
           "      \"totalNumberOfErrors_s\": \"9007199254740993\",\n",
           "  \"filesystems\": {\n    \"userdata\": {\n      \"error\": {\n"
           "        \"kind\": \"service\",\n        \"code\": -1\n      }\n    },\n"
-          "    \"metadata\": {\n      \"errorCount\": 3,\n      \"lastErrorFunction\": \"f\",\n"
+          "    \"metadata\": {\n      \"errorCount\": 3,\n      \"lastErrorFunction\": "
+          "\"ext4_f\",\n"
           "      \"lastErrorCode\": 5,\n      \"sysfsPath\": \"/sys/fs/ext4/sda1\"\n    }\n  "
           "},\n"}) {
         EXPECT_THAT(out_, HasSubstr(part));
@@ -110,26 +72,28 @@ TEST_F(CommandTest, StatusAsJsonIsOneDocument) {
 }
 
 TEST_F(CommandTest, PlainOutputIsAlignedLines) {
-    const Child service = Start();
-    ASSERT_NO_FATAL_FAILURE(AwaitService());
+    const Daemon service{SERVICE_PROGRAM};
     EXPECT_EQ(Ask({"health"}), 0);
     EXPECT_EQ(out_,
               "Reserved blocks:          normal\n"
-              "Life time estimation A:   not reported\n"
-              "Life time estimation B:   not reported\n"
+              "Life time estimation A:   10 % to 20 % used\n"
+              "Life time estimation B:   20 % to 30 % used\n"
               "I/O errors:               9007199254740993\n"
-              "Discarded blocks read as: not reported\n"
+              "Discarded blocks read as: all bytes 0x00\n"
               "Verdict:                  ok: nothing that the disk reports is at a limit\n");
     EXPECT_EQ(Ask({"info"}), 0);
     EXPECT_THAT(out_, HasSubstr("\nVendor:                          V\\ufffd\\u001b[2J\\\"\n"));
     EXPECT_EQ(Ask({}), 3);
     EXPECT_THAT(out_, HasSubstr("\n\nPower\n  Link state:  "));
     EXPECT_THAT(out_, HasSubstr("\n\nFilesystem userdata\n  Not available:  "));
+    EXPECT_EQ(Ask({"metrics"}), 3);
+    EXPECT_THAT(out_, HasSubstr(",firmware=\"R\",version=\"3.1\"} 1\n"));
+    EXPECT_THAT(out_, HasSubstr("\ndisk_info_active 1\n"));
+    EXPECT_EQ(FaultsOf(out_, {"metrics"}), "");
 }
 
 TEST_F(CommandTest, ExitStatusesAndWhereMessagesGo) {
-    const Child service = Start();
-    ASSERT_NO_FATAL_FAILURE(AwaitService());
+    const Daemon service{SERVICE_PROGRAM};
     const struct {
         std::vector<std::string> arguments;
         int status;
@@ -198,61 +162,22 @@ TEST_F(CommandTest, AServiceThatDoesNotAnswerIsWaitedForUpToTheLimit) {
 }
 
 TEST_F(CommandTest, WithoutRightsItNamesTheGroup) {
-    const Child service = Start();
-    ASSERT_NO_FATAL_FAILURE(AwaitService());
-    ASSERT_EQ(chmod((std::string("/run/binder/") + kInstance).c_str(), 0), 0);
+    const Daemon service{SERVICE_PROGRAM};
+    ASSERT_EQ(chmod(kPath, 0), 0);
     // Else root may do without.
     EXPECT_EQ(Ask({"power"}, [] { (void)prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE); }), 4);
     EXPECT_THAT(err_, MatchesRegex("disk_info: no service [^\n]*: Permission denied; "
                                    "join the group disk-info [^\n]*\n"));
 }
 
-TEST_F(CommandTest, AServiceThatSpeaksRubbishIsNoService) {
-    const Child service([] {
-        static AIBinder_Class* const clazz = AIBinder_Class_define(
-            "rubbish", [](void*) -> void* { return nullptr; }, [](void*) {},
-            [](AIBinder*, transaction_code_t, const AParcel*, AParcel* reply) {
-                return AParcel_writeInt64(reply, 0x700000000);
-            });
-        const binder::StrongBinder binder(AIBinder_new(clazz, nullptr));
-        if (AServiceManager_registerLazyService(binder.get(), kInstance) == STATUS_OK) {
-            ABinderProcess_joinThreadPool();
-        }
-    });
-    ASSERT_NO_FATAL_FAILURE(AwaitService());
-    EXPECT_EQ(Ask({"--json"}), 4);
-    EXPECT_EQ(out_, "");
-    EXPECT_THAT(err_, MatchesRegex("disk_info: [^\n]* malformed reply [^\n]*\n"));
-}
-
 TEST_F(CommandTest, ASecondDaemonIsRefused) {
-    const Child first = Start();
-    ASSERT_NO_FATAL_FAILURE(AwaitService());
+    const Daemon first{SERVICE_PROGRAM};
     Child second({SERVICE_PROGRAM}, "/run/second");
     EXPECT_EQ(second.Wait(), 1);
     EXPECT_THAT(second.err(),
                 MatchesRegex("ERROR DiskInfoService storage/disk_info/disk_info_service/service/"
                              "main.cpp:[0-9]+: Failed to register lazy service: -17\n"));
     EXPECT_EQ(Ask({"power"}), 0);
-}
-
-// The kernel refuses it the means to wait for clients.
-TEST_F(CommandTest, APoolThatReturnsEndsTheDaemonSilently) {
-    Child service({SERVICE_PROGRAM}, "/run/service", [] {
-        sock_filter filter[] = {
-            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_epoll_create1, 0, 1),
-            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EMFILE),
-            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-        };
-        const sock_fprog program{std::size(filter), filter};
-        if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
-            prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
-            _exit(125);
-        }
-    });
-    EXPECT_EQ(service.Wait(), 1);
-    EXPECT_EQ(service.err(), "");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <client/plain_text.h>
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 
 namespace disk_info::client {
@@ -80,6 +81,8 @@ TEST(CommandTextTest, EachLimitTellsItsVerdict) {
         {R"({"nvme": {"criticalWarning": 2}})", Verdict::kWatch, "temperature"},
         {R"({"nvme": {"criticalWarning": 4}})", Verdict::kFailing, "reliability"},
         {R"({"nvme": {"criticalWarning": 8}})", Verdict::kFailing, "media is read-only"},
+        {R"({"nvme": {"criticalWarning": 16}})", Verdict::kFailing, "volatile memory"},
+        {R"({"nvme": {"criticalWarning": 32}})", Verdict::kWatch, "memory region"},
         {R"({"nvme": {"criticalWarning": 64}})", Verdict::kWatch, "bit 6"},
     };
     for (const auto& c : cases) {
@@ -101,43 +104,57 @@ TEST(CommandTextTest, BarsAreFilledAndColouredByTheirOwnFindings) {
               "Critical warning:          none\n"
               "Verdict:                   \x1b[31mfailing\x1b[0m: Available spare: 5 %, below its "
               "threshold of 10 %; Expected life used: 130 %, beyond its expected life\n");
+    EXPECT_EQ(plainText(Json::parse(R"({"power": null})"), true), "Result: none\n");
 }
 
+// The samples alone, of fields of all kinds; the lines about the families are a parser's to judge.
 TEST(CommandTextTest, MetricsSayWhatIsReportedInBaseUnits) {
     const Json document = Json::parse(R"({
-        "info": {"ufs": {"type": "UFS", "vendor": "a\"b\\c\nd", "modelNumber": "", "size": 5}},
-        "health": {"ufs": {"preEndOfLifeInfo": "0x00", "deviceLifeTimeEstimationA": "0x04",
-                           "deviceLifeTimeEstimationB": "0x00",
-                           "totalNumberOfErrors": 18446744073709551615}},
-        "power": {"error": {"kind": "service", "code": -1}},
-        "filesystems": {"userdata": null}})");
-    EXPECT_EQ(metricsText(document), R"(# TYPE disk_info_up gauge
-# HELP disk_info_up Whether the service answered the call.
-disk_info_up{call="info"} 1
-disk_info_up{call="health"} 1
-disk_info_up{call="power"} 0
-disk_info_up{call="fs_userdata"} 0
-# TYPE disk_info_identity_info gauge
-# HELP disk_info_identity_info The disk behind the data partition.
-disk_info_identity_info{type="UFS",vendor="a\\\"b\\\\c\\nd"} 1
-# TYPE disk_info_size_bytes gauge
-# UNIT disk_info_size_bytes bytes
-# HELP disk_info_size_bytes Size of the disk.
-disk_info_size_bytes 5
-# TYPE disk_info_verdict gauge
-# HELP disk_info_verdict 1 for the verdict on the disk, 0 for the others.
-disk_info_verdict{verdict="unknown"} 0
-disk_info_verdict{verdict="ok"} 1
-disk_info_verdict{verdict="watch"} 0
-disk_info_verdict{verdict="failing"} 0
-# TYPE disk_info_life_used_ratio gauge
-# UNIT disk_info_life_used_ratio ratio
-# HELP disk_info_life_used_ratio Share of the expected life used, may exceed 1; of a UFS disk the lower end of what it tells.
-disk_info_life_used_ratio{estimation="a"} 0.3
-# TYPE disk_info_io_errors counter
-# HELP disk_info_io_errors Requests to a UFS disk that ended with an error.
-disk_info_io_errors_total 18446744073709551616
-# EOF
+        "info": {"nvme": {"type": "NVMe", "vendor": "a\"b\\c\nd", "modelNumber": "",
+                          "serialNumber": "s", "firmwareRevision": "f", "versionMajor": 1,
+                          "versionMinor": 4, "versionTertiary": 2, "size": 5}},
+        "health": {"nvme": {"availableSpare": 5, "availableSpareThreshold": 10,
+                            "percentageUsed": 130, "criticalWarning": 42, "dataUnitsWritten": 2,
+                            "numberOfMediaErrors": 7, "numberOfErrorLogEntries": 8,
+                            "preEndOfLifeInfo": "0x02", "deviceLifeTimeEstimationA": "0x04",
+                            "deviceLifeTimeEstimationB": "0x00",
+                            "totalNumberOfErrors": 18446744073709551615}},
+        "power": {"nvme": {"currentPowerState": 3, "isOperational": true}},
+        "filesystems": {"userdata": null, "metadata": {"errorCount": 4}}})");
+    std::istringstream lines(metricsText(document));
+    std::string samples;
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.starts_with('#')) samples += line.substr(sizeof "disk_info_" - 1) + '\n';
+    }
+    EXPECT_EQ(samples, R"(up{call="info"} 1
+up{call="health"} 1
+up{call="power"} 1
+up{call="fs_userdata"} 0
+up{call="fs_metadata"} 1
+identity_info{type="NVMe",vendor="a\\\"b\\\\c\\nd",serial="s",firmware="f",version="1.4.2"} 1
+size_bytes 5
+verdict{verdict="unknown"} 0
+verdict{verdict="ok"} 0
+verdict{verdict="watch"} 0
+verdict{verdict="failing"} 1
+life_used_ratio 1.3
+life_used_ratio{estimation="a"} 0.3
+spare_ratio 0.05
+spare_threshold_ratio 0.1
+critical_warning{warning="spare"} 0
+critical_warning{warning="temperature"} 1
+critical_warning{warning="reliability"} 0
+critical_warning{warning="read_only"} 1
+critical_warning{warning="memory_backup"} 0
+critical_warning{warning="persistent_memory"} 1
+pre_end_of_life 2
+written_bytes_total 1024000
+media_errors_total 7
+error_log_entries_total 8
+io_errors_total 18446744073709551616
+power_state 3
+active 1
+filesystem_errors_total{partition="metadata"} 4
 )");
 }
 

@@ -1,9 +1,9 @@
 // Dispatch of transactions, the proxy's view of replies, and who keeps whom alive.
 #include <binder/parcel_utils.h>
 #include <gtest/gtest.h>
-#include <morsk/BnDiskInfoService.h>
 #include <morsk/BpDiskInfoService.h>
 #include <parcel_words.h>
+#include <scripted_service.h>
 
 #include <cstdio>
 #include <memory>
@@ -19,43 +19,14 @@ using binder::StrongBinder;
 
 namespace {
 
-// Answers with the status and results that the test sets, and counts its calls.
-class ScriptedService : public BnDiskInfoService {
-  public:
-    ScopedStatus getDiskInfo(std::optional<DiskInfoParcel>* result) override {
-        return give(result, NvmeInfoParcel{"NVMe", "m", "s", "f", 1, 4, 0, true, 99});
-    }
-    ScopedStatus getDiskHealth(std::optional<DiskHealthParcel>* result) override {
-        return give(result, UfsHealthInfoParcel{"0x01", "0x02", "0x03", 4, "any"});
-    }
-    ScopedStatus getDiskPower(std::optional<DiskPowerParcel>* result) override {
-        return give(result, NvmePowerInfoParcel{5, true});
-    }
-    ScopedStatus getFilesystemInfo(const std::string& partition,
-                                   std::optional<FilesystemInfoParcel>* result) override {
-        asked_partition = partition;
-        return give(result, FilesystemInfoParcel{1, "fn", 5, "/sys"});
-    }
-
-    int32_t service_error = 0;
-    binder_exception_t exception = EX_NONE;
-    bool absent = false;
-    int calls = 0;
-    std::string asked_partition;
-
-  private:
-    template <typename Result, typename Value>
-    ScopedStatus give(std::optional<Result>* result, Value value) {
-        ++calls;
-        if (service_error != 0) return ScopedStatus::fromServiceSpecificError(service_error);
-        if (exception != EX_NONE) return ScopedStatus::fromExceptionCode(exception);
-        if (!absent) *result = Result(std::move(value));
-        return ScopedStatus::ok();
-    }
-};
-
 class Dispatch : public testing::Test {
   protected:
+    Dispatch() {
+        service_->info = NvmeInfoParcel{"NVMe", "m", "s", "f", 1, 4, 0, true, 99};
+        service_->health = UfsHealthInfoParcel{"0x01", "0x02", "0x03", 4, "any"};
+        service_->power = NvmePowerInfoParcel{5, true};
+        service_->filesystem = FilesystemInfoParcel{1, "fn", 5, "/sys"};
+    }
     // Sends what `request_` holds; the reply's words go to `reply_`.
     binder_status_t send(transaction_code_t code) {
         EXPECT_EQ(AParcel_setDataPosition(request_.get(), 0), STATUS_OK);
@@ -93,25 +64,24 @@ TEST_F(Dispatch, EachCodeCallsItsMethod) {
         EXPECT_EQ(reply_, c.head);
     }
     EXPECT_EQ(service_->calls, 4);
-    EXPECT_EQ(service_->asked_partition, "userdata");
+    EXPECT_EQ(service_->partition, "userdata");
 }
 
 TEST_F(Dispatch, AFailedMethodSendsItsStatusAlone) {
     ASSERT_EQ(AParcel_writeString(request_.get(), "userdata", 8), STATUS_OK);
+    const std::pair<binder_exception_t, std::vector<int32_t>> cases[] = {
+        {EX_SERVICE_SPECIFIC, {EX_SERVICE_SPECIFIC, -1}}, {-3, {-3}}, {EX_NONE, {0, 0}}};
+    service_->info.reset();
+    service_->health.reset();
+    service_->power.reset();
+    service_->filesystem.reset();
     for (const transaction_code_t code : {1U, 2U, 3U, 4U}) {
-        SCOPED_TRACE(code);
-        service_->service_error = -1;
-        EXPECT_EQ(send(code), STATUS_OK);
-        EXPECT_EQ(reply_, (std::vector<int32_t>{EX_SERVICE_SPECIFIC, -1}));
-        service_->service_error = 0;
-        service_->exception = -3;
-        EXPECT_EQ(send(code), STATUS_OK);
-        EXPECT_EQ(reply_, (std::vector<int32_t>{-3}));
-        service_->exception = 0;
-        service_->absent = true;
-        EXPECT_EQ(send(code), STATUS_OK);
-        EXPECT_EQ(reply_, (std::vector<int32_t>{0, 0}));
-        service_->absent = false;
+        for (const auto& [exception, words] : cases) {
+            SCOPED_TRACE(testing::Message() << code << " " << exception);
+            service_->exception = exception;
+            EXPECT_EQ(send(code), STATUS_OK);
+            EXPECT_EQ(reply_, words);
+        }
     }
 }
 

@@ -52,7 +52,7 @@ TEST_F(NvmeInfoTest, IdentityIsTheControllers) {
     std::vector<uint8_t> page = Page(4,
                                      "SERIAL  1234        "
                                      " Model of forty characters, two blanks  "
-                                     "FW 1.2 x");
+                                     "FW \x01\x7f\xff x");
     memcpy(&page[80], "\x84\x83\x02\x81", 4);
     memcpy(&page[255], "\xFB\x04\xFB", 3);
     driver_.ExpectCommand(0x06, 0, 1, 4096, {.data = page});
@@ -61,7 +61,7 @@ TEST_F(NvmeInfoTest, IdentityIsTheControllers) {
               "Type: NVMe\n"
               "Serial Number: SERIAL  1234        \n"
               "Model Number:  Model of forty characters, two blanks  \n"
-              "Firmware Revision: FW 1.2 x\n"
+              "Firmware Revision: FW \x01\x7f\xff x\n"
               "NVMe version: 33026.131.132 [0x81028384]\n"
               "FFU support: true\n"
               "Size: 512110190592 (512.1 GB)\n");

@@ -1,12 +1,16 @@
 // The four calls on scripted NVMe commands and on trees of files: what reaches which field, and
 // which failure becomes which status and record.
+#include <device_tree.h>
 #include <gmock/gmock.h>
+#include <log_capture.h>
 #include <nvme_ioctl.h>
-#include <service_fixture.h>
+#include <service/DiskInfoService.h>
 
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,6 +20,31 @@ using binder::ScopedStatus;
 using testing::ElementsAre;
 
 namespace {
+
+constexpr char kUserdata[] = "/dev/block/by-name/userdata";
+constexpr int64_t kLowest = std::numeric_limits<int64_t>::min();
+
+class ServiceTest : public PrivateRootTest {
+  protected:
+    // Makes the data partition `partition` of the disk `disk`.
+    void PlaceDataPartition(const std::string& disk, const std::string& partition) {
+        WriteFile("/dev/block/" + disk, "");
+        WriteFile("/dev/block/" + partition, "");
+        WriteLink(kUserdata, "/dev/block/" + partition);
+    }
+    // Calls, and expects the service-specific error -1 and no result.
+    template <typename Result>
+    void ExpectUnavailable(ScopedStatus (IDiskInfoService::*getter)(std::optional<Result>*)) {
+        std::optional<Result> result;
+        const ScopedStatus status = (service_.get()->*getter)(&result);
+        EXPECT_EQ(AStatus_getExceptionCode(status.get()), EX_SERVICE_SPECIFIC);
+        EXPECT_EQ(AStatus_getServiceSpecificError(status.get()), -1);
+        EXPECT_FALSE(result.has_value());
+    }
+
+    LogCapture log_;
+    std::shared_ptr<DiskInfoService> service_ = binder::SharedRefBase::make<DiskInfoService>();
+};
 
 std::vector<uint8_t> IdentifyController() {
     std::vector<uint8_t> bytes(4096, 0);
@@ -37,10 +66,10 @@ TEST_F(ServiceTest, NvmeAnswers) {
     smart[3] = 0x63;
     smart[4] = 0x0a;
     smart[5] = 0x65;
-    smart[48] = 0x31;
-    smart[55] = 0x80;  // 2^63 and more travels as the same 64 bits
-    smart[160] = 0x32;
-    smart[176] = 0x33;
+    for (const size_t offset : {48, 160, 176}) {
+        smart[offset] = static_cast<uint8_t>(offset);
+        smart[offset + 7] = 0x80;  // 2^63 and more travels as the same 64 bits
+    }
     std::vector<uint8_t> name_space(4096, 0);
     name_space[33] = 0x02;
     nvme.ExpectCommand(0x06, 0, 1, 4096, {.data = IdentifyController()});
@@ -58,9 +87,8 @@ TEST_F(ServiceTest, NvmeAnswers) {
                          "FW4     ", 1, 4, 3, true, 512110190592}));
     std::optional<DiskHealthParcel> health;
     ASSERT_TRUE(service_->getDiskHealth(&health).isOk());
-    EXPECT_EQ(*health, DiskHealthParcel(NvmeHealthInfoParcel{
-                           0x63, 0x0a, 0x65, 0x14, static_cast<int64_t>(0x8000000000000031), 0x32,
-                           0x33, "1"}));
+    EXPECT_EQ(*health, DiskHealthParcel(NvmeHealthInfoParcel{0x63, 0x0a, 0x65, 0x14, kLowest + 48,
+                                                             kLowest + 160, kLowest + 176, "1"}));
     std::optional<DiskPowerParcel> power;
     ASSERT_TRUE(service_->getDiskPower(&power).isOk());
     EXPECT_EQ(*power, DiskPowerParcel(NvmePowerInfoParcel{3, false}));
@@ -75,14 +103,11 @@ TEST_F(ServiceTest, AnNvmeDiskThatCannotBeReadFailsHealthAlone) {
     nvme.ExpectCommand(0x02, 0xffffffff, 0x007f0002, 512, {.result = -1, .error = EIO});
     nvme.ExpectCommand(0x0a, 0, 2, 0, {.result = -1, .error = EIO});
 
-    testing::internal::CaptureStderr();
     std::optional<DiskInfoParcel> info;
     std::optional<DiskPowerParcel> power;
     EXPECT_TRUE(service_->getDiskInfo(&info).isOk());
     ExpectUnavailable(&IDiskInfoService::getDiskHealth);
     EXPECT_TRUE(service_->getDiskPower(&power).isOk());
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "ioctl: Input/output error\nioctl: Input/output error\n");
     EXPECT_EQ(info, DiskInfoParcel(NvmeInfoParcel{"", "", "", "", 0, 0, 0, false, 4096}));
     EXPECT_EQ(power, DiskPowerParcel(NvmePowerInfoParcel{-1, false}));
     EXPECT_THAT(log_.Take(), ElementsAre());
@@ -90,7 +115,7 @@ TEST_F(ServiceTest, AnNvmeDiskThatCannotBeReadFailsHealthAlone) {
 
 TEST_F(ServiceTest, UfsAnswers) {
     PlaceDevice();
-    WriteFile(std::string(kUnit) + "/ioerr_cnt", "0xffffffffffffffff");
+    WriteFile(std::string(kUnit) + "/ioerr_cnt", "0x8000000000000007");
     WriteFile(std::string(kController) + "/device_descriptor/wb_shared_alloc_units", "0x80000001");
     // 2^33 + 4 sectors: half of it is the buffer
     WriteFile(std::string(kUnit) + "/block/sda/size", "8589934596");
@@ -105,10 +130,19 @@ TEST_F(ServiceTest, UfsAnswers) {
                          "0x0f", "0x00000101", "HS_GEAR4", "HS_RATE_B", "2",  4398046513152}));
     std::optional<DiskHealthParcel> health;
     ASSERT_TRUE(service_->getDiskHealth(&health).isOk());
-    EXPECT_EQ(*health, DiskHealthParcel(UfsHealthInfoParcel{"0x01", "0x02", "0x03", -1, "0"}));
+    EXPECT_EQ(*health,
+              DiskHealthParcel(UfsHealthInfoParcel{"0x01", "0x02", "0x03", kLowest + 7, "0"}));
     std::optional<DiskPowerParcel> power;
     ASSERT_TRUE(service_->getDiskPower(&power).isOk());
     EXPECT_EQ(*power, DiskPowerParcel(UfsPowerInfoParcel{"ACTIVE", true}));
+
+    WriteLink("/sys/block/sda", "sda");  // leads nowhere: the identity is without texts
+    block_size.ExpectSize(2);
+    UfsInfoParcel unknown;
+    unknown.size = 2;
+    ASSERT_TRUE(service_->getDiskInfo(&info).isOk());
+    EXPECT_EQ(*info, DiskInfoParcel(unknown));
+    ExpectUnavailable(&IDiskInfoService::getDiskHealth);
 }
 
 TEST_F(ServiceTest, NoRootDeviceIsOneRecordACall) {

@@ -2,8 +2,6 @@
 // it held after a tenth of them, and its records stay within their limit. SOAK_CALLS says how many;
 // the default is for every day.
 #include <daemon.h>
-#include <linux/close_range.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -38,12 +36,8 @@ TEST_F(SoakTest, MemoryDescriptorsAndRecordsStayWithinTheirBounds) {
     const long rounds = (wanted != nullptr ? atol(wanted) : 40'000) / 4;
     ASSERT_GE(rounds, 100);
     PlaceDevice();
-    const Child daemon({SERVICE_PROGRAM}, "/run/service", [] {
-        close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
-        setenv("ASAN_OPTIONS", "quarantine_size_mb=0:thread_local_quarantine_size_kb=0", 1);
-    });
     const auto start = std::chrono::steady_clock::now();
-    ASSERT_TRUE(Eventually([] { return bool(ConnectToService()); }));
+    const Daemon daemon{SERVICE_PROGRAM};
     const auto service = ConnectToService();
     const Answers first(*service);
     std::optional<Vitals> before;

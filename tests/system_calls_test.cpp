@@ -8,7 +8,6 @@
 // On files here; in an emulated device, where DISK_INFO_DEVICE is set, on its disk.
 #include <client/query.h>
 #include <daemon.h>
-#include <linux/close_range.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -74,12 +73,7 @@ class SystemCallsTest : public PrivateRootTest {
             ASSERT_NO_FATAL_FAILURE(PrivateRootTest::SetUp());
             PlaceDevice();
         }
-        const char* program = in_device ? "/bin/disk_info_service" : SERVICE_PROGRAM;
-        daemon_.emplace(std::vector<std::string>{program}, "/run/service", [] {
-            close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
-            setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // cannot while traced
-        });
-        ASSERT_TRUE(Eventually([] { return bool(ConnectToService()); }));
+        daemon_.emplace(in_device ? "/bin/disk_info_service" : SERVICE_PROGRAM);
     }
 
     // strace on the daemon, with `options`.
@@ -153,7 +147,7 @@ class SystemCallsTest : public PrivateRootTest {
         faults_ += !failed.empty();
     }
 
-    std::optional<Child> daemon_;
+    std::optional<Daemon> daemon_;
     std::map<std::string, Json> answers_;
     int faults_ = 0;
 };

@@ -49,13 +49,17 @@ TEST(ParseSysfsUintTest, NumberFillsTheTextAndFitsTheField) {
 }
 
 TEST_F(UfsPathTest, FileIsItsFirstLineTrimmed) {
-    const std::pair<std::string, std::string> cases[] = {{"  0x10 \n", "0x10"},
-                                                         {"abc\ndef\n", "abc"},
-                                                         {" \t\v\f\rx\r\f\v\t ", "x"},
-                                                         {" \n", ""},
-                                                         {"a \t b", "a \t b"},
-                                                         {"\nabc", ""},
-                                                         {"", ""}};
+    const std::pair<std::string, std::string> cases[] = {
+        {"  0x10 \n", "0x10"},
+        {"abc\ndef\n", "abc"},
+        {" \t\v\f\rx\r\f\v\t ", "x"},
+        {" \n", ""},
+        {"a \t b", "a \t b"},
+        {"\nabc", ""},
+        {std::string("A\0B\n", 4), std::string("A\0B", 3)},
+        {std::string(65536, 'x'), std::string(65536, 'x')},
+        {std::string(65537, 'x'), ""},
+        {"", ""}};
     UfsInfo ufs("/dev/block/sda");
     for (const auto& [content, line] : cases) {
         WriteFile("/sys/file", content);

@@ -6,8 +6,10 @@
 #include <child.h>
 #include <device_tree.h>
 #include <gtest/gtest.h>
+#include <linux/close_range.h>
 #include <morsk/BpDiskInfoService.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -25,6 +27,26 @@ inline std::shared_ptr<Service> ConnectToService() {
     binder::StrongBinder binder(AServiceManager_checkService(kInstance));
     return binder ? binder::SharedRefBase::make<BpDiskInfoService>(std::move(binder)) : nullptr;
 }
+
+// Returns when somebody serves.
+inline void AwaitService() {
+    EXPECT_TRUE(Eventually([] { return bool(ConnectToService()); }));
+}
+
+// The daemon, started as it may be: with arguments that it ignores and without descriptors of ours.
+class Daemon : public Child {
+  public:
+    explicit Daemon(const std::string& program)
+        : Child({program, "extra", "--arguments"}, "/run/service", [] {
+              close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
+              // A sanitized one gives freed memory back at once, like the real one, and may be
+              // traced.
+              setenv("ASAN_OPTIONS",
+                     "detect_leaks=0:quarantine_size_mb=0:thread_local_quarantine_size_kb=0", 1);
+          }) {
+        AwaitService();
+    }
+};
 
 // What a process holds.
 struct Vitals {

@@ -1,8 +1,7 @@
 // A service that accepts no connection: its queue holds one, and further ones wait for a place.
 #pragma once
 
-#include <gtest/gtest.h>
-#include <private_root.h>
+#include <daemon.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -14,11 +13,9 @@ class SilentListener {
   public:
     SilentListener() {
         sockaddr_un address{AF_UNIX, {}};
-        const std::string path =
-            "/run/binder/com.quendar.tavisk.disk_info.IDiskInfoService/default";
-        MakeDirectory(path.substr(0, path.rfind('/')));
-        (void)unlink(path.c_str());  // a killed service's
-        path.copy(address.sun_path, path.size());
+        MakeDirectory(std::filesystem::path(kPath).parent_path());
+        (void)unlink(kPath);  // a killed service's
+        std::strcpy(address.sun_path, kPath);
         const auto* generic = reinterpret_cast<const sockaddr*>(&address);
         EXPECT_EQ(bind(fd_, generic, sizeof address), 0) << strerror(errno);
         EXPECT_EQ(listen(fd_, 0), 0) << strerror(errno);
