@@ -104,21 +104,22 @@ TEST_F(ServiceTest, UfsAnswers) {
     PlaceDevice();
     WriteFile(std::string(kUnit) + "/ioerr_cnt", "0x8000000000000007");
     WriteFile(std::string(kController) + "/device_descriptor/wb_shared_alloc_units", "0x80000001");
-    // 2^33 + 4 sectors: half of it is the buffer
-    WriteFile(std::string(kUnit) + "/block/sda/size", "8589934596");
+    // 6 * 2^57 sectors: half of it is the buffer
+    WriteFile("/sys/block/sda/size", "864691128455135232");
     FakeNvme block_size;
     block_size.ExpectSize(4398046513152);
 
     std::optional<DiskInfoParcel> info;
     ASSERT_TRUE(service_->getDiskInfo(&info).isOk());
-    EXPECT_EQ(*info, DiskInfoParcel(UfsInfoParcel{
-                         "UFS",  "V",          "M",        "R",         true, 0x0310,       3,
-                         1,      true,         true,       1,           0.5F, -2147483647,  0x21,
-                         "0x0f", "0x00000101", "HS_GEAR4", "HS_RATE_B", "2",  4398046513152}));
+    EXPECT_EQ(*info,
+              DiskInfoParcel(UfsInfoParcel{
+                  "UFS",  "ACME",       "Fast 1",   "r2",        true, 0x0310,       3,
+                  1,      true,         true,       2,           0.5F, -2147483647,  0x200000,
+                  "0x07", "0x00000101", "HS_GEAR4", "HS_RATE_B", "2",  4398046513152}));
     std::optional<DiskHealthParcel> health;
     ASSERT_TRUE(service_->getDiskHealth(&health).isOk());
     EXPECT_EQ(*health,
-              DiskHealthParcel(UfsHealthInfoParcel{"0x01", "0x02", "0x03", kLowest + 7, "0"}));
+              DiskHealthParcel(UfsHealthInfoParcel{"0x01", "0x08", "0x09", kLowest + 7, "0"}));
     std::optional<DiskPowerParcel> power;
     ASSERT_TRUE(service_->getDiskPower(&power).isOk());
     EXPECT_EQ(*power, DiskPowerParcel(UfsPowerInfoParcel{"ACTIVE", true}));
