@@ -26,8 +26,8 @@ class CommandTest : public PrivateRootTest {
         // Texts that want to be more than text: no UTF-8, a terminal's escape, a quote.
         WriteFile(unit + "/vendor", "V\xff\x1b[2J\"\n");
         WriteFile(unit + "/model", "M\xc3\xa9\n");
-        WriteFile(unit + "/ioerr_cnt", "0x20000000000001\n");  // 2^53 + 1
-        WriteFile(unit + "/block/sda/size", "340\n");          // ten times the Write Booster buffer
+        WriteFile(unit + "/ioerr_cnt", "0x20000000000001\n");       // 2^53 + 1
+        WriteFile(unit + "/block/sda/size", "2111062325329920\n");  // ten times its buffer
         WriteFile(std::string(kController) + "/geometry_descriptor/wb_max_alloc_units",
                   "0xffffffff\n");
         WriteLink("/dev/block/mapper/userdata", "elsewhere");
@@ -55,7 +55,8 @@ TEST_F(CommandTest, StatusAsJsonIsOneDocument) {
     for (const char* part :
          {"{\n  \"schemaVersion\": 1,\n  \"info\": {\n    \"ufs\": {\n      \"type\": \"UFS\",\n"
           "      \"vendor\": \"V\\ufffd\\u001b[2J\\\"\",\n      \"modelNumber\": \"M\\u00e9\",\n",
-          "      \"writeBoosterFraction\": 0.1,\n      \"writeBoosterCurrentAllocUnits\": 17,\n"
+          "      \"writeBoosterFraction\": 0.1,\n      \"writeBoosterCurrentAllocUnits\": "
+          "1048576,\n"
           "      \"writeBoosterMaxAllocUnits\": 4294967295,\n",
           "      \"totalNumberOfErrors\": 9007199254740993,\n"
           "      \"totalNumberOfErrors_s\": \"9007199254740993\",\n",
@@ -76,8 +77,8 @@ TEST_F(CommandTest, PlainOutputIsAlignedLines) {
     EXPECT_EQ(Ask({"health"}), 0);
     EXPECT_EQ(out_,
               "Reserved blocks:          normal\n"
-              "Life time estimation A:   10 % to 20 % used\n"
-              "Life time estimation B:   20 % to 30 % used\n"
+              "Life time estimation A:   70 % to 80 % used\n"
+              "Life time estimation B:   80 % to 90 % used\n"
               "I/O errors:               9007199254740993\n"
               "Discarded blocks read as: all bytes 0x00\n"
               "Verdict:                  ok: nothing that the disk reports is at a limit\n");
@@ -87,7 +88,7 @@ TEST_F(CommandTest, PlainOutputIsAlignedLines) {
     EXPECT_THAT(out_, HasSubstr("\n\nPower\n  Link state:  "));
     EXPECT_THAT(out_, HasSubstr("\n\nFilesystem userdata\n  Not available:  "));
     EXPECT_EQ(Ask({"metrics"}), 3);
-    EXPECT_THAT(out_, HasSubstr(",firmware=\"R\",version=\"3.1\"} 1\n"));
+    EXPECT_THAT(out_, HasSubstr(",firmware=\"r2\",version=\"3.1\"} 1\n"));
     EXPECT_THAT(out_, HasSubstr("\ndisk_info_active 1\n"));
     EXPECT_EQ(FaultsOf(out_, {"metrics"}), "");
 }

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "log_capture.h"
@@ -40,22 +41,14 @@ class NvmeInfoTest : public PrivateRootTest {
     NvmeInfo nvme_{kNode};
 };
 
-// A page without a zero, with `bytes` laid over it at `offset`.
-std::vector<uint8_t> Page(size_t offset, const std::string& bytes) {
-    std::vector<uint8_t> page(4096);
-    for (size_t i = 0; i < page.size(); ++i) page[i] = static_cast<uint8_t>(i % 255 + 1);
-    memcpy(&page[offset], bytes.data(), bytes.size());
-    return page;
-}
-
 TEST_F(NvmeInfoTest, IdentityIsTheControllers) {
-    std::vector<uint8_t> page = Page(4,
-                                     "SERIAL  1234        "
-                                     " Model of forty characters, two blanks  "
-                                     "FW \x01\x7f\xff x");
+    std::vector<uint8_t> page = NvmePage(4,
+                                         "SERIAL  1234        "
+                                         " Model of forty characters, two blanks  "
+                                         "FW \x01\x7f\xff x");
     memcpy(&page[80], "\x84\x83\x02\x81", 4);
     memcpy(&page[255], "\xFB\x04\xFB", 3);
-    driver_.ExpectCommand(0x06, 0, 1, 4096, {.data = page});
+    driver_.Expect(kIdentifyController, {.data = page});
     driver_.ExpectSize(512110190592);
     EXPECT_EQ(Printed(&NvmeInfo::DumpInfo),
               "Type: NVMe\n"
@@ -69,10 +62,10 @@ TEST_F(NvmeInfoTest, IdentityIsTheControllers) {
 }
 
 TEST_F(NvmeInfoTest, NulEndsATextAndOtherOptionalCommandsAreNotFirmwareUpdate) {
-    std::vector<uint8_t> page = Page(4, std::string("AB\0CDEFGHIJKLMNOPQRS", 20));
+    std::vector<uint8_t> page = NvmePage(4, std::string("AB\0CDEFGHIJKLMNOPQRS", 20));
     memcpy(&page[80], "\x00\x04\x01\x00", 4);
     memcpy(&page[255], "\x04\xFB\x04", 3);
-    driver_.ExpectCommand(0x06, 0, 1, 4096, {.data = page});
+    driver_.Expect(kIdentifyController, {.data = page});
     const NvmeInfoData data = nvme_.GetNvmeControllerId();
     EXPECT_EQ(std::string(data.serial_number, 21), std::string("AB") + std::string(19, '\0'));
     EXPECT_EQ(data.version, 0x10400U);
@@ -84,13 +77,13 @@ TEST_F(NvmeInfoTest, NulEndsATextAndOtherOptionalCommandsAreNotFirmwareUpdate) {
 
 // The drive sends a whole page, though it was asked for 512 bytes.
 TEST_F(NvmeInfoTest, HealthIsTheLogsAndDiscardComesBetween) {
-    std::vector<uint8_t> page = Page(0, "\x81\x02\x03\xC8\x0A\xFF");
+    std::vector<uint8_t> page = NvmePage(0, "\x81\x02\x03\xC8\x0A\xFF");
     memcpy(&page[48], "\x00\xF2\x05\x2A\x01\x00\x00\x00", 8);
     memcpy(&page[160], "\x11\x22\x33\x44\x55\x66\x77\x88", 8);
     memcpy(&page[176], "\x18\x27\x36\x45\x54\x63\x72\x81", 8);
-    driver_.ExpectCommand(0x02, 0xFFFFFFFF, 0x007F0002, 512, {.data = page});
-    driver_.ExpectNamespaceId({.result = 7});
-    driver_.ExpectCommand(0x06, 7, 0, 4096, {.data = Page(33, "\x02")});
+    driver_.Expect(kHealthLog, {.data = page});
+    driver_.Expect(kNamespaceId, {.result = 7});
+    driver_.Expect({0x06, 7, 0, 4096}, {.data = NvmePage(33, "\x02")});
     EXPECT_EQ(Printed(&NvmeInfo::DumpHealthInfo),
               "Percentage Used: 255\n"
               "Available Spare: 200\n"
@@ -106,12 +99,12 @@ TEST_F(NvmeInfoTest, HealthIsTheLogsAndDiscardComesBetween) {
 
 TEST_F(NvmeInfoTest, CallersLengthAndNumberReachTheCommand) {
     alignas(4096) uint8_t buffer[4096] = {};
-    driver_.ExpectCommand(0x02, 0xFFFFFFFF, 0x03FF0081, 4096, {.data = {0x5A}});
+    driver_.Expect({0x02, 0xFFFFFFFF, 0x03FF0081, 4096}, {.data = {0x5A}});
     EXPECT_EQ(nvme_.GetNvmeLogPage(buffer, 4096, 0x81), 0);
     EXPECT_EQ(buffer[0], 0x5A);
     buffer[0] = 0;
-    driver_.ExpectNamespaceId({.result = 9});
-    driver_.ExpectCommand(0x06, 9, 0x00010012, 1024, {.data = {0xA5}});
+    driver_.Expect(kNamespaceId, {.result = 9});
+    driver_.Expect({0x06, 9, 0x00010012, 1024}, {.data = {0xA5}});
     EXPECT_EQ(nvme_.GetNvmeIdentifyData(buffer, 1024, 0x00010012), 0);
     EXPECT_EQ(buffer[0], 0xA5);
     for (const auto& command : driver_.commands()) {
@@ -139,11 +132,11 @@ TEST_F(NvmeInfoTest, PowerStateIsCheckedAgainstTheControllers) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.output);
         // Every other descriptor says the opposite.
-        std::vector<uint8_t> page = Page(263, std::string(1, static_cast<char>(c.last_state)));
+        std::vector<uint8_t> page = NvmePage(263, std::string(1, static_cast<char>(c.last_state)));
         std::fill(page.begin() + 2048, page.end(), static_cast<uint8_t>(~c.flags));
         page[c.descriptor] = c.flags;
-        driver_.ExpectCommand(0x0A, 0, 2, 0, {.dword0 = c.dword0});
-        driver_.ExpectCommand(0x06, 0, 1, 4096, {.data = page});
+        driver_.Expect(kPowerState, {.dword0 = c.dword0});
+        driver_.Expect(kIdentifyController, {.data = page});
         testing::internal::CaptureStderr();
         EXPECT_EQ(Printed(&NvmeInfo::GetPowerInfo), c.output);
         EXPECT_EQ(testing::internal::GetCapturedStderr(), c.error);
@@ -160,15 +153,12 @@ constexpr char kNoPower[] = "Failed to get complete NVMe power info\n";
 constexpr char kNoDiscard[] = "undefined\n";
 
 TEST_F(NvmeInfoTest, FailuresGiveTheEmptyResultAndOneMessage) {
-    struct Step {
-        uint8_t opcode;  // 0: the namespace's id is asked for
-        uint32_t nsid, cdw10, data_len;
-        NvmeReply reply;
-    };
+    using Step = std::pair<NvmeRequest, NvmeReply>;
     const NvmeReply refused = {.result = -1, .error = EACCES};
     const NvmeReply status = {.result = 0x2002, .error = 0, .data = {}, .dword0 = 1};
-    const Step features = {0x0A, 0, 2, 0, {}};
-    const Step id = {0, 0, 0, 0, {.result = 2}};
+    const Step features = {kPowerState, {}};
+    const Step id = {kNamespaceId, {.result = 2}};
+    const NvmeRequest name_space = {6, 2, 0, 4096};
     const auto identity = [](NvmeInfo& nvme) { EXPECT_TRUE(nvme.DumpInfo()); };
     const auto health = [](NvmeInfo& nvme) { EXPECT_FALSE(nvme.DumpHealthInfo()); };
     const auto power = [](NvmeInfo& nvme) { nvme.GetPowerInfo(); };
@@ -179,26 +169,23 @@ TEST_F(NvmeInfoTest, FailuresGiveTheEmptyResultAndOneMessage) {
         std::string output;
         std::string message;  // what standard error begins with; "": it is empty
     } cases[] = {
-        {{{6, 0, 1, 4096, refused}}, identity, kNoIdentity, "ioctl: Permission denied\n"},
-        {{{6, 0, 1, 4096, status}}, identity, kNoIdentity, ""},
-        {{{2, ~0U, 0x7F0002, 512, refused}}, health, kNoHealth, "ioctl: Permission denied\n"},
-        {{{2, ~0U, 0x7F0002, 512, status}}, health, kNoHealth, "ioctl: "},
-        {{{10, 0, 2, 0, refused}}, power, kNoPower, "ioctl: Permission denied\n"},
-        {{{10, 0, 2, 0, status}}, power, kNoPower, "ioctl: "},
-        {{features, {6, 0, 1, 4096, refused}}, power, kNoPower, "ioctl: Permission denied\n"},
-        {{features, {6, 0, 1, 4096, status}}, power, kNoPower, "ioctl: "},
-        {{{0, 0, 0, 0, refused}}, discard, kNoDiscard, "ioctl(NVME_IOCTL_ID): Permission denied\n"},
-        {{id, {6, 2, 0, 4096, refused}}, discard, kNoDiscard, "ioctl: Permission denied\n"},
-        {{id, {6, 2, 0, 4096, status}}, discard, kNoDiscard, ""}};
+        {{{kIdentifyController, refused}}, identity, kNoIdentity, "ioctl: Permission denied\n"},
+        {{{kIdentifyController, status}}, identity, kNoIdentity, ""},
+        {{{kHealthLog, refused}}, health, kNoHealth, "ioctl: Permission denied\n"},
+        {{{kHealthLog, status}}, health, kNoHealth, "ioctl: "},
+        {{{kPowerState, refused}}, power, kNoPower, "ioctl: Permission denied\n"},
+        {{{kPowerState, status}}, power, kNoPower, "ioctl: "},
+        {{features, {kIdentifyController, refused}}, power, kNoPower, "ioctl: Permission denied\n"},
+        {{features, {kIdentifyController, status}}, power, kNoPower, "ioctl: "},
+        {{{kNamespaceId, refused}},
+         discard,
+         kNoDiscard,
+         "ioctl(NVME_IOCTL_ID): Permission denied\n"},
+        {{id, {name_space, refused}}, discard, kNoDiscard, "ioctl: Permission denied\n"},
+        {{id, {name_space, status}}, discard, kNoDiscard, ""}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << &c - cases);
-        for (const Step& s : c.script) {
-            if (s.opcode == 0) {
-                driver_.ExpectNamespaceId(s.reply);
-            } else {
-                driver_.ExpectCommand(s.opcode, s.nsid, s.cdw10, s.data_len, s.reply);
-            }
-        }
+        for (const auto& [request, reply] : c.script) driver_.Expect(request, reply);
         if (c.output == kNoIdentity) driver_.ExpectSize(4096);
         testing::internal::CaptureStderr();
         testing::internal::CaptureStdout();

@@ -154,10 +154,28 @@ TEST(Parcelables, AnAbsentResultIsOneZero) {
     ASSERT_EQ(AParcel_writeNullableData(parcel.get(), result), STATUS_OK);
     EXPECT_EQ(HexOf(WordsOf(parcel.get())), std::string("01000000 ") + kNvmePowerBytes);
 
-    EXPECT_EQ(AParcel_readNullableData(ParcelOf({2, 12, 5, 1}).get(), &result), STATUS_BAD_VALUE);
-    EXPECT_EQ(result, kNvmePower);
     EXPECT_EQ(AParcel_readNullableData(ParcelOf({0}).get(), &result), STATUS_OK);
     EXPECT_EQ(result, std::nullopt);
+}
+
+TEST(Parcelables, AMalformedResultIsRefusedWithItsReason) {
+    const std::pair<std::vector<int32_t>, binder_status_t> cases[] = {
+        {{}, STATUS_NOT_ENOUGH_DATA},
+        {{1}, STATUS_NOT_ENOUGH_DATA},
+        {{2, 0, 1, 12, 5, 1}, STATUS_BAD_VALUE},
+        {{1, 2, 1, 4}, STATUS_BAD_VALUE},  // the tag of a third kind
+        {{1, 0, 0, 12, 5, 1}, STATUS_UNEXPECTED_NULL},
+        {{1, 0, 2, 12, 5, 1}, STATUS_BAD_VALUE},
+        {{1, 0, 1, -4, 5, 1}, STATUS_BAD_VALUE},
+        {{1, 0, 1, 16, 5, 1}, STATUS_BAD_VALUE},
+        {{1, 1, 1, 16, 0x7ffffff0, 0, 0}, STATUS_BAD_VALUE},
+    };
+    for (const auto& [words, status] : cases) {
+        SCOPED_TRACE(testing::PrintToString(words));
+        std::optional<DiskPowerParcel> result = DiskPowerParcel(kUfsPower);
+        EXPECT_EQ(AParcel_readNullableData(ParcelOf(words).get(), &result), status);
+        EXPECT_EQ(result, DiskPowerParcel(kUfsPower));
+    }
 }
 
 }  // namespace

@@ -7,9 +7,9 @@
 #include <service/DiskInfoService.h>
 
 #include <cerrno>
-#include <cstring>
 #include <limits>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <utility>
@@ -46,62 +46,49 @@ class ServiceTest : public PrivateRootTest {
     std::shared_ptr<DiskInfoService> service_ = binder::SharedRefBase::make<DiskInfoService>();
 };
 
-std::vector<uint8_t> IdentifyController() {
-    std::vector<uint8_t> bytes(4096, 0);
-    std::memcpy(&bytes[4], "SERIAL  12          MODEL 3                                 FW4     ",
-                68);
-    const uint8_t version[] = {0x03, 0x04, 0x01, 0x00};
-    std::memcpy(&bytes[80], version, sizeof version);
-    bytes[256] = 0x04;                // firmware download
-    bytes[263] = 4;                   // power states 0 to 4
-    bytes[2048 + 32 * 3 + 3] = 0x02;  // state 3 is non-operational
-    return bytes;
+// `size` characters, each one more than the one before it.
+std::string Sequence(char first, size_t size) {
+    std::string text(size, first);
+    std::iota(text.begin(), text.end(), first);
+    return text;
 }
 
 TEST_F(ServiceTest, NvmeAnswers) {
     PlaceDataPartition("nvme0n1", "nvme0n1p5");
     FakeNvme nvme;
-    std::vector<uint8_t> smart(512, 0);
-    smart[0] = 0x14;
-    smart[3] = 0x63;
-    smart[4] = 0x0a;
-    smart[5] = 0x65;
-    for (const size_t offset : {48, 160, 176}) {
-        smart[offset] = static_cast<uint8_t>(offset);
-        smart[offset + 7] = 0x80;  // 2^63 and more travels as the same 64 bits
-    }
-    std::vector<uint8_t> name_space(4096, 0);
-    name_space[33] = 0x02;
-    nvme.ExpectCommand(0x06, 0, 1, 4096, {.data = IdentifyController()});
+    const NvmeReply page{.data = NvmePage()};
+    nvme.Expect(kIdentifyController, page);
     nvme.ExpectSize(512110190592);
-    nvme.ExpectCommand(0x02, 0xffffffff, 0x007f0002, 512, {.data = smart});
-    nvme.ExpectNamespaceId({.result = 7});
-    nvme.ExpectCommand(0x06, 7, 0, 4096, {.data = name_space});
-    nvme.ExpectCommand(0x0a, 0, 2, 0, {.dword0 = 3});
-    nvme.ExpectCommand(0x06, 0, 1, 4096, {.data = IdentifyController()});
+    nvme.Expect(kHealthLog, page);
+    nvme.Expect(kNamespaceId, {.result = 7});
+    nvme.Expect({0x06, 7, 0, 4096}, page);
+    nvme.Expect(kPowerState, {.dword0 = 3});
+    nvme.Expect(kIdentifyController, page);
 
     std::optional<DiskInfoParcel> info;
     ASSERT_TRUE(service_->getDiskInfo(&info).isOk());
-    EXPECT_EQ(*info, DiskInfoParcel(NvmeInfoParcel{
-                         "NVMe", "MODEL 3                                 ", "SERIAL  12          ",
-                         "FW4     ", 1, 4, 3, true, 512110190592}));
+    EXPECT_EQ(*info,
+              DiskInfoParcel(NvmeInfoParcel{"NVMe", Sequence(25, 40), Sequence(5, 20), "ABCDEFGH",
+                                            0x5453, 0x52, 0x51, true, 512110190592}));
     std::optional<DiskHealthParcel> health;
     ASSERT_TRUE(service_->getDiskHealth(&health).isOk());
-    EXPECT_EQ(*health, DiskHealthParcel(NvmeHealthInfoParcel{0x63, 0x0a, 0x65, 0x14, kLowest + 48,
-                                                             kLowest + 160, kLowest + 176, "1"}));
+    // 2^63 and more travels as the same 64 bits.
+    EXPECT_EQ(*health, DiskHealthParcel(NvmeHealthInfoParcel{4, 5, 6, 1, 0x3837363534333231,
+                                                             int64_t(0xa8a7a6a5a4a3a2a1),
+                                                             int64_t(0xb8b7b6b5b4b3b2b1), "1"}));
     std::optional<DiskPowerParcel> power;
     ASSERT_TRUE(service_->getDiskPower(&power).isOk());
-    EXPECT_EQ(*power, DiskPowerParcel(NvmePowerInfoParcel{3, false}));
+    EXPECT_EQ(*power, DiskPowerParcel(NvmePowerInfoParcel{3, true}));
     EXPECT_THAT(log_.Take(), ElementsAre());
 }
 
 TEST_F(ServiceTest, AnNvmeDiskThatCannotBeReadFailsHealthAlone) {
     PlaceDataPartition("nvme0n1", "nvme0n1p5");
     FakeNvme nvme;
-    nvme.ExpectCommand(0x06, 0, 1, 4096, {.result = 0x4002});
+    nvme.Expect(kIdentifyController, {.result = 0x4002});
     nvme.ExpectSize(4096);
-    nvme.ExpectCommand(0x02, 0xffffffff, 0x007f0002, 512, {.result = -1, .error = EIO});
-    nvme.ExpectCommand(0x0a, 0, 2, 0, {.result = -1, .error = EIO});
+    nvme.Expect(kHealthLog, {.result = -1, .error = EIO});
+    nvme.Expect(kPowerState, {.result = -1, .error = EIO});
 
     std::optional<DiskInfoParcel> info;
     std::optional<DiskPowerParcel> power;
@@ -117,21 +104,22 @@ TEST_F(ServiceTest, UfsAnswers) {
     PlaceDevice();
     WriteFile(std::string(kUnit) + "/ioerr_cnt", "0x8000000000000007");
     WriteFile(std::string(kController) + "/device_descriptor/wb_shared_alloc_units", "0x80000001");
-    // 2^33 + 4 sectors: half of it is the buffer
-    WriteFile(std::string(kUnit) + "/block/sda/size", "8589934596");
+    // 6 * 2^57 sectors: half of it is the buffer
+    WriteFile("/sys/block/sda/size", "864691128455135232");
     FakeNvme block_size;
     block_size.ExpectSize(4398046513152);
 
     std::optional<DiskInfoParcel> info;
     ASSERT_TRUE(service_->getDiskInfo(&info).isOk());
-    EXPECT_EQ(*info, DiskInfoParcel(UfsInfoParcel{
-                         "UFS",  "V",          "M",        "R",         true, 0x0310,       3,
-                         1,      true,         true,       1,           0.5F, -2147483647,  0x21,
-                         "0x0f", "0x00000101", "HS_GEAR4", "HS_RATE_B", "2",  4398046513152}));
+    EXPECT_EQ(*info,
+              DiskInfoParcel(UfsInfoParcel{
+                  "UFS",  "ACME",       "Fast 1",   "r2",        true, 0x0310,       3,
+                  1,      true,         true,       2,           0.5F, -2147483647,  0x200000,
+                  "0x07", "0x00000101", "HS_GEAR4", "HS_RATE_B", "2",  4398046513152}));
     std::optional<DiskHealthParcel> health;
     ASSERT_TRUE(service_->getDiskHealth(&health).isOk());
     EXPECT_EQ(*health,
-              DiskHealthParcel(UfsHealthInfoParcel{"0x01", "0x02", "0x03", kLowest + 7, "0"}));
+              DiskHealthParcel(UfsHealthInfoParcel{"0x01", "0x08", "0x09", kLowest + 7, "0"}));
     std::optional<DiskPowerParcel> power;
     ASSERT_TRUE(service_->getDiskPower(&power).isOk());
     EXPECT_EQ(*power, DiskPowerParcel(UfsPowerInfoParcel{"ACTIVE", true}));

@@ -1,5 +1,5 @@
+#include <device_tree.h>
 #include <disk_info/ufs_info.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <map>
@@ -10,33 +10,6 @@
 
 namespace orvane::tavisk::disk_info {
 namespace {
-
-// What the files hold, in the order in which identity and then health read them.
-const std::vector<std::pair<std::string, std::string>> kFiles = {
-    {"S/vendor", "ACME"},
-    {"S/model", "Fast 1"},
-    {"S/rev", "r2"},
-    {"S/unit_descriptor/provisioning_type", "0x03"},
-    {"H/device_descriptor/ext_feature_sup", "0x00000101"},
-    {"H/device_descriptor/ufs_features", "0x07"},
-    {"H/device_descriptor/specification_version", "0x0310"},
-    {"H/device_descriptor/wb_presv_us_en", "0x05"},
-    {"H/geometry_descriptor/wb_sup_wb_type", "0x02"},
-    {"H/power_info/gear", "HS_GEAR4"},
-    {"H/power_info/lane", "2"},
-    {"H/power_info/rate", "HS_RATE_B"},
-    {"H/power_info/link_state", "ACTIVE"},
-    {"H/wb_on", "1"},
-    {"H/device_descriptor/wb_shared_alloc_units", "0x00100000"},
-    {"H/geometry_descriptor/allocation_unit_size", "0x2000"},
-    {"H/geometry_descriptor/segment_size", "0x00006000"},
-    {"/sys/block/sdc/size", "281474976710656"},
-    {"H/geometry_descriptor/wb_max_alloc_units", "0x00200000"},
-    {"H/health_descriptor/eol_info", "0x01"},
-    {"H/health_descriptor/life_time_estimation_a", "0x08"},
-    {"H/health_descriptor/life_time_estimation_b", "0x09"},
-    {"S/ioerr_cnt", "0x1f"},
-    {"S/unit_descriptor/wb_buf_alloc_units", "0x00080000"}};  // not read: the type is another
 
 constexpr char kReport[] =
     "Type: UFS\nVendor: ACME\nModel Number: Fast 1\nFirmware Revision: r2\nFFU Support: true\n"
@@ -53,7 +26,9 @@ constexpr char kReport[] =
 // Directories given, files held in memory.
 class FilesInMemory : public UfsInfo {
   public:
-    FilesInMemory() : UfsInfo("/dev/block/sdc") {}
+    FilesInMemory() : UfsInfo("/dev/block/sda") {
+        files["S/unit_descriptor/wb_buf_alloc_units"] = "0x00080000";  // where the type is 0
+    }
     void InitializePaths() override {
         scsi_device_path = "S";
         ufs_host_path = "H";
@@ -80,7 +55,7 @@ class FilesInMemory : public UfsInfo {
             ->second;
     }
 
-    std::map<std::string, std::string> files{kFiles.begin(), kFiles.end()};
+    std::map<std::string, std::string> files{kUfsFiles.begin(), kUfsFiles.end()};
     std::vector<std::string> reads;
 };
 
@@ -89,9 +64,8 @@ TEST(UfsInfoTest, FilesAreReadInOrder) {
     EXPECT_EQ(ufs.GetUfsControllerId().type, "UFS");
     EXPECT_TRUE(ufs.GetUfsHealthInfo().has_value());
     std::vector<std::string> paths;
-    paths.reserve(kFiles.size());
-    for (const auto& [path, content] : kFiles) paths.push_back(path);
-    paths.pop_back();
+    paths.reserve(kUfsFiles.size());
+    for (const auto& [path, content] : kUfsFiles) paths.push_back(path);
     EXPECT_EQ(ufs.reads, paths);
 }
 

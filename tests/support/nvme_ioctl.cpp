@@ -18,6 +18,13 @@ FakeNvme* current = nullptr;
 
 }  // namespace
 
+std::vector<uint8_t> NvmePage(size_t offset, const std::string& bytes) {
+    std::vector<uint8_t> page(4096);
+    for (size_t i = 0; i < page.size(); ++i) page[i] = static_cast<uint8_t>(i % 253 + 1);
+    std::ranges::copy(bytes, page.begin() + offset);
+    return page;
+}
+
 FakeNvme::FakeNvme() {
     current = this;
 }
@@ -27,18 +34,14 @@ FakeNvme::~FakeNvme() {
     EXPECT_EQ(script_.size(), 0U) << "requests that were expected and not made";
 }
 
-void FakeNvme::ExpectCommand(uint8_t opcode, uint32_t nsid, uint32_t cdw10, uint32_t data_len,
-                             NvmeReply reply) {
+void FakeNvme::Expect(const NvmeRequest& request, NvmeReply reply) {
     nvme_passthru_cmd command = {};
-    command.opcode = opcode;
-    command.nsid = nsid;
-    command.cdw10 = cdw10;
-    command.data_len = data_len;
-    script_.push_back({NVME_IOCTL_ADMIN_CMD, command, std::move(reply), 0});
-}
-
-void FakeNvme::ExpectNamespaceId(NvmeReply reply) {
-    script_.push_back({NVME_IOCTL_ID, {}, std::move(reply), 0});
+    command.opcode = request.opcode;
+    command.nsid = request.nsid;
+    command.cdw10 = request.cdw10;
+    command.data_len = request.data_len;
+    script_.push_back(
+        {request.opcode == 0 ? NVME_IOCTL_ID : NVME_IOCTL_ADMIN_CMD, command, std::move(reply), 0});
 }
 
 void FakeNvme::ExpectSize(uint64_t size_bytes) {

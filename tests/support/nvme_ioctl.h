@@ -9,10 +9,25 @@
 
 #include <cstdint>
 #include <deque>
+#include <string>
 #include <vector>
 
+// An admin command by the fields that are not 0, or without an opcode NVME_IOCTL_ID.
+struct NvmeRequest {
+    uint8_t opcode;
+    uint32_t nsid, cdw10, data_len;
+};
+inline constexpr NvmeRequest kIdentifyController{0x06, 0, 1, 4096};
+inline constexpr NvmeRequest kHealthLog{0x02, 0xffffffff, 0x007f0002, 512};
+inline constexpr NvmeRequest kPowerState{0x0a, 0, 2, 0};
+inline constexpr NvmeRequest kNamespaceId{};
+
+// A page without a zero, its byte n is n % 253 + 1, with `bytes` laid over it at `offset`.
+std::vector<uint8_t> NvmePage(size_t offset = 0, const std::string& bytes = "");
+
 // How a request ends. `result` -1 sets errno to `error`. `data` goes into the command's buffer,
-// whatever its length; `dword0` is the completion's first dword.
+// whatever its length; `dword0` is the completion's first dword. For NVME_IOCTL_ID `result` is the
+// id.
 struct NvmeReply {
     int result = 0;
     int error = 0;
@@ -27,11 +42,9 @@ class FakeNvme {
     FakeNvme(const FakeNvme&) = delete;
     FakeNvme& operator=(const FakeNvme&) = delete;
 
-    // Append to the script. Fields of the command that are not named are expected to be 0.
-    void ExpectCommand(uint8_t opcode, uint32_t nsid, uint32_t cdw10, uint32_t data_len,
-                       NvmeReply reply);
-    void ExpectNamespaceId(NvmeReply reply);  // NVME_IOCTL_ID; `result` is the id
-    void ExpectSize(uint64_t size_bytes);     // BLKGETSIZE64
+    // Append to the script.
+    void Expect(const NvmeRequest& request, NvmeReply reply = {});
+    void ExpectSize(uint64_t size_bytes);  // BLKGETSIZE64
 
     const std::vector<nvme_passthru_cmd>& commands() const { return commands_; }  // as sent
 
