@@ -21,7 +21,7 @@ using testing::MatchesRegex;
 
 namespace {
 
-TEST(RecordLimitTest, FiftyInThirtySecondsOfWhichOneSaysHowManyMoreThereWere) {
+TEST(RecordLimitTest, TwentyFiveInThirtySecondsOfWhichOneSaysHowManyMoreThereWere) {
     LogCapture log;
     RecordLimit limit;
     const auto admitted = [&](std::chrono::milliseconds now, int count) {
@@ -29,17 +29,17 @@ TEST(RecordLimitTest, FiftyInThirtySecondsOfWhichOneSaysHowManyMoreThereWere) {
         for (int i = 0; i < count; ++i) result += limit.Admit(now);
         return result;
     };
-    EXPECT_EQ(admitted(1s, 20), 20);
-    EXPECT_EQ(admitted(29s, 29), 29);
-    EXPECT_EQ(admitted(31s, 20), 20);  // as many as are 30 seconds old
-    EXPECT_EQ(admitted(60'999ms, 100), 29);
+    EXPECT_EQ(admitted(1s, 10), 10);
+    EXPECT_EQ(admitted(29s, 14), 14);
+    EXPECT_EQ(admitted(31s, 10), 10);  // as many as are 30 seconds old
+    EXPECT_EQ(admitted(60'999ms, 100), 14);
     EXPECT_EQ(admitted(90'998ms, 1), 0);
     EXPECT_THAT(log.Take(), ElementsAre());
-    EXPECT_EQ(admitted(90'999ms, 100), 48);
-    EXPECT_THAT(log.Take(), ElementsAre("W Suppressed records, those above 50 in 30 seconds: 72"));
+    EXPECT_EQ(admitted(90'999ms, 100), 23);
+    EXPECT_THAT(log.Take(), ElementsAre("W Suppressed records, those above 25 in 30 seconds: 87"));
     limit.ReportSuppressed();
     limit.ReportSuppressed();
-    EXPECT_THAT(log.Take(), ElementsAre("W Suppressed records, those above 50 in 30 seconds: 52"));
+    EXPECT_THAT(log.Take(), ElementsAre("W Suppressed records, those above 25 in 30 seconds: 77"));
 }
 
 using RecordsTest = PrivateRootTest;
@@ -95,7 +95,7 @@ TEST_F(RecordsTest, BadNamesAndAStuckStandardErrorDoNotStopTheDaemon) {
     EXPECT_LE(ssize_t(records.size()), 1024 * std::ranges::count(records, '\n'));
     close(ends[1]);
     EXPECT_EQ(daemon.Wait(), 0);
-    EXPECT_THAT(take(), MatchesRegex("WARNING DiskInfoService .* seconds: 151\n"));
+    EXPECT_THAT(take(), MatchesRegex("WARNING DiskInfoService .* seconds: 176\n"));
 }
 
 }  // namespace

@@ -26,13 +26,14 @@ void __verbose_terminate_handler() {
 
 namespace {
 
-RecordLimit record_limit;  // one for records and diagnostics
+RecordLimit findings;  // INFO records, which a healthy UFS disk causes too
+RecordLimit failures;  // all others and diagnostics: no number of findings suppresses them
 
-bool Admit() {
+bool Admit(RecordLimit* limit) {
+    if (findings.is_reporting() || failures.is_reporting()) return true;
     timespec now;
     (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);  // read without a system call
-    return record_limit.Admit(std::chrono::seconds(now.tv_sec) +
-                              std::chrono::nanoseconds(now.tv_nsec));
+    return limit->Admit(std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec));
 }
 
 // A fatal record is the last one: it always passes.
@@ -41,11 +42,15 @@ void InitLimitedLogging(char** argv) {
     logging::InitLogging(
         argv,
         [logger](logging::LogId id, logging::LogSeverity severity, auto... record) {
-            if (severity == logging::FATAL || Admit()) logger(id, severity, record...);
+            RecordLimit* const limit = severity <= logging::INFO ? &findings : &failures;
+            if (severity == logging::FATAL || Admit(limit)) logger(id, severity, record...);
         },
         logging::DefaultAborter);
-    ::orvane::tavisk::disk_info::LimitDiagnostics(Admit);
-    (void)std::atexit([] { record_limit.ReportSuppressed(); });
+    ::orvane::tavisk::disk_info::LimitDiagnostics([] { return Admit(&failures); });
+    (void)std::atexit([] {
+        findings.ReportSuppressed();
+        failures.ReportSuppressed();
+    });
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 namespace morsk::com::quendar::tavisk::disk_info {
 
 bool RecordLimit::Admit(std::chrono::nanoseconds now) {
-    if (reporting_) return true;  // counted by who reports
     // After a refusal the newest one counts: one report then stands for a whole flood.
     const size_t decisive = suppressed_ == 0 ? next_ : (next_ + times_.size() - 1) % times_.size();
     if (now - times_[decisive] < kInterval) {

@@ -1,6 +1,6 @@
-// The limit on what clients can make the daemon write: at most 50 records and diagnostics
-// in any 30 seconds, so that no client drives the other records out of the system log. Only counts;
-// the logger and the storage library's diagnostics call it before they write. One thread's.
+// A limit on what clients can make the daemon write: so many records in any 30 seconds, so that no
+// client drives the other records out of the system log. Only counts; the logger and the storage
+// library's diagnostics call it before they write. For one thread.
 #pragma once
 
 #include <array>
@@ -12,6 +12,8 @@ namespace morsk::com::quendar::tavisk::disk_info {
 
 class RecordLimit {
   public:
+    static constexpr size_t kMost = 25;  // the last one is kept for the WARNING at the end
+
     RecordLimit() { times_.fill(-kInterval); }
 
     // Whether a record may be written at `now`, the time since any point before. After a refusal it
@@ -19,12 +21,14 @@ class RecordLimit {
     // is logged that says how many were suppressed.
     [[nodiscard]] bool Admit(std::chrono::nanoseconds now);
 
+    // Whether the record at hand is that WARNING, which is counted already.
+    bool is_reporting() const { return reporting_; }
+
     // Logs the WARNING that is due, for the end of the process.
     void ReportSuppressed();
 
   private:
     static constexpr std::chrono::seconds kInterval{30};
-    static constexpr size_t kMost = 50;  // the last one is kept for the WARNING at the end
 
     void Count(std::chrono::nanoseconds now);
 
