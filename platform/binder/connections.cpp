@@ -57,8 +57,8 @@ void Connections::Close(uint32_t number) {
     --count_;
 }
 
-// The entry of a user with connections; otherwise a free one, of which there is always one more
-// than there are connections.
+// The entry of a user with connections; otherwise a free one. With a connection in every place each
+// entry may be another user's: one of these then.
 uint32_t Connections::FindUser(uid_t uid) const {
     uint32_t free = 0;
     for (uint32_t number = 0; number < kPlaces; ++number) {
@@ -81,11 +81,9 @@ uint32_t Connections::CountFrom(uid_t lowest) const {
 // is reached and none may be closed for it.
 bool Connections::HasRoomFor(uid_t uid, int64_t now_ms) {
     const auto user_of = [&](const Connection& c) -> const User& { return users_[c.user]; };
-    const auto own_count = [&] {
-        const User& user = users_[FindUser(uid)];
-        return user.uid == uid ? user.connections : 0;
-    };
-    if (own_count() >= kPlacesOfUser && !CloseSilent(&users_[FindUser(uid)], now_ms)) return false;
+    User& user = users_[FindUser(uid)];
+    const auto own_count = [&] { return user.uid == uid ? user.connections : 0; };
+    if (own_count() >= kPlacesOfUser && !CloseSilent(&user, now_ms)) return false;
     for (const auto& limit : kLimits) {
         if (uid < limit.from || CountFrom(limit.from) < limit.places) continue;
         if (!CloseOne([&, own = own_count()](const Connection& c) {
