@@ -52,14 +52,6 @@ TEST_F(TransportTest, RequestsAreAnsweredWithRepliesOrStatuses) {
     ExpectAnswered(binder);
 }
 
-TEST_F(TransportTest, AServerThatDiesMidCallIsADeadObject) {
-    const Child server(Serve);
-    const StrongBinder binder = Connect();
-    int32_t number = 0;
-    EXPECT_EQ(Call(binder, 2, &number), STATUS_DEAD_OBJECT);
-    EXPECT_EQ(Call(binder, 1, &number), STATUS_DEAD_OBJECT);
-}
-
 TEST_F(TransportTest, MalformedMessagesCostTheirConnectionAlone) {
     const Child server(Serve);
     const StrongBinder good = Connect();

@@ -28,7 +28,7 @@ inline std::shared_ptr<Service> ConnectToService() {
     return binder ? binder::SharedRefBase::make<BpDiskInfoService>(std::move(binder)) : nullptr;
 }
 
-// Returns when somebody serves.
+// Waits until a server answers the connection.
 inline void AwaitService() {
     EXPECT_TRUE(Eventually([] { return bool(ConnectToService()); }));
 }

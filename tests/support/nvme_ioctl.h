@@ -25,8 +25,8 @@ inline constexpr NvmeRequest kNamespaceId{};
 // A page without a zero, its byte n is n % 253 + 1, with `bytes` laid over it at `offset`.
 std::vector<uint8_t> NvmePage(size_t offset = 0, const std::string& bytes = "");
 
-// How a request ends. `result` -1 sets errno to `error`. `data` goes into the command's buffer,
-// whatever its length; `dword0` is the completion's first dword. For NVME_IOCTL_ID `result` is the
+// How a request ends. `result` -1 sets errno to `error`. `data` goes whole into the command's
+// buffer; `dword0` is the completion's first dword. For NVME_IOCTL_ID `result` is the
 // id.
 struct NvmeReply {
     int result = 0;
