@@ -5,8 +5,8 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 namespace binder {
 
@@ -30,7 +30,7 @@ ReceiveResult Receive(int fd, uint32_t magic, Message* message) {
 
 int Send(int fd, uint32_t magic, int32_t word, std::span<const uint8_t> data, Message* message) {
     message->header = {magic, word, uint32_t(data.size())};
-    std::ranges::copy(data, message->payload.begin());
+    if (!data.empty()) std::memcpy(message->payload.data(), data.data(), data.size());
     const size_t size = sizeof message->header + data.size();
     const ssize_t sent =
         base::RetryOnInterrupt([&] { return send(fd, message, size, MSG_NOSIGNAL); });

@@ -19,7 +19,7 @@ namespace {
 
 // The link's target as written, not followed further. Empty: standard error has the reason.
 std::optional<std::string> ReadLink(const std::string& link) {
-    char target[PATH_MAX];
+    __attribute__((uninitialized)) char target[PATH_MAX];  // No read goes beyond readlink's result.
     const ssize_t length =
         base::RetryOnInterrupt([&] { return readlink(link.c_str(), target, sizeof(target)); });
     if (length < 0) {

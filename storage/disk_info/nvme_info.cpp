@@ -47,9 +47,8 @@ template <size_t kSize>
 void CopyText(const Page& page, size_t offset, char (&text)[kSize]) {
     static_assert(kSize > 1 && kSize <= sizeof(Page));
     if (offset > sizeof(Page) - (kSize - 1)) return;
-    for (size_t i = 0; i < kSize - 1 && page.bytes[offset + i] != 0; ++i) {
-        text[i] = static_cast<char>(page.bytes[offset + i]);
-    }
+    const char* const field = reinterpret_cast<const char*>(page.bytes.data()) + offset;
+    memcpy(text, field, strnlen(field, kSize - 1));
 }
 
 nvme_passthru_cmd IdentifyCommand(void* data, int data_len, int cns) {
