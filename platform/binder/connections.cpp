@@ -37,7 +37,7 @@ bool RequestWaits(int fd) {
 
 }  // namespace
 
-std::optional<uint32_t> Connections::Admit(UniqueFd fd, uid_t uid, int64_t now_ms) {
+std::optional<uint32_t> Connections::Admit(base::UniqueFd fd, uid_t uid, int64_t now_ms) {
     uid = UserOf(uid);
     if (!HasRoomFor(uid, now_ms)) return std::nullopt;
     const uint32_t user_number = FindUser(uid);

@@ -11,13 +11,12 @@
 // Owns the descriptors. Does not wait for anything. For one thread.
 #pragma once
 
+#include <base/unique_fd.h>
 #include <sys/types.h>
 
 #include <array>
 #include <cstdint>
 #include <optional>
-
-#include "unique_fd.h"
 
 namespace binder {
 
@@ -27,7 +26,7 @@ class Connections {
 
     // Takes over a connection of a peer with this uid and returns its number, below kPlaces. Where
     // the limits are reached, another connection may be closed for it. Empty: refused, and closed.
-    [[nodiscard]] std::optional<uint32_t> Admit(UniqueFd fd, uid_t uid, int64_t now_ms);
+    [[nodiscard]] std::optional<uint32_t> Admit(base::UniqueFd fd, uid_t uid, int64_t now_ms);
     void Close(uint32_t number);
 
     // Whether a connection has this number, which may come from an event that is out of date.
@@ -51,7 +50,7 @@ class Connections {
 
   private:
     struct Connection {
-        UniqueFd fd;
+        base::UniqueFd fd;
         uint32_t user = 0;        // its number
         uint64_t turn = 0;        // its last one
         int64_t asked_at_ms = 0;  // or was admitted

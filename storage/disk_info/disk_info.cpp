@@ -1,10 +1,10 @@
 #include <base/escape.h>
 #include <base/retry.h>
+#include <base/unique_fd.h>
 #include <disk_info/disk_info.h>
 #include <disk_info/filesystem_info.h>
 #include <disk_info/nvme_info.h>
 #include <disk_info/ufs_info.h>
-#include <disk_info/unique_fd.h>
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <logging/logging.h>
@@ -92,9 +92,9 @@ bool DiskInfo::DumpFilesystemInfo() {
 }
 
 uint64_t DiskInfo::GetSize() {
-    const UniqueFd fd(
+    const base::UniqueFd fd(
         base::RetryOnInterrupt([&] { return open(device_path, O_RDONLY | O_CLOEXEC); }));
-    if (!fd.valid()) {
+    if (!fd) {
         PLOG(ERROR) << "Failed to open " << base::Escaped(device_path) << " for size";
         return 0;
     }

@@ -2,8 +2,7 @@
 #include <base/retry.h>
 #include <disk_info/diagnostics.h>
 #include <disk_info/filesystem_info.h>
-#include <disk_info/first_line.h>
-#include <disk_info/path_parts.h>
+#include <disk_info/sysfs.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

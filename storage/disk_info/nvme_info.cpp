@@ -1,6 +1,6 @@
+#include <base/unique_fd.h>
 #include <disk_info/diagnostics.h>
 #include <disk_info/nvme_info.h>
-#include <disk_info/unique_fd.h>
 #include <fcntl.h>
 #include <sys/ioctl.h>
 
@@ -76,8 +76,8 @@ int NvmeInfo::GetType() const {
 }
 
 int NvmeInfo::GetNvmeIdentifyData(void* data, int data_len, int cns) {
-    const UniqueFd fd(open(device_path, O_RDWR));
-    if (!fd.valid()) {
+    const base::UniqueFd fd(open(device_path, O_RDWR));
+    if (!fd) {
         PrintError("open");
         return -1;
     }
@@ -97,8 +97,8 @@ int NvmeInfo::GetNvmeIdentifyData(void* data, int data_len, int cns) {
 }
 
 int NvmeInfo::GetNvmeLogPage(void* data, int data_len, int log_id) {
-    const UniqueFd fd(open(device_path, O_RDWR));
-    if (!fd.valid()) {
+    const base::UniqueFd fd(open(device_path, O_RDWR));
+    if (!fd) {
         PrintError("open");
         return -1;
     }
@@ -151,8 +151,8 @@ std::optional<NvmeHealthData> NvmeInfo::GetNvmeHealthInfo() {
 
 NvmePowerData NvmeInfo::GetNvmePowerInfo() {
     const NvmePowerData unknown;
-    const UniqueFd fd(open(device_path, O_RDWR));
-    if (!fd.valid()) {
+    const base::UniqueFd fd(open(device_path, O_RDWR));
+    if (!fd) {
         PrintError("open");
         return unknown;
     }

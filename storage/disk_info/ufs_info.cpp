@@ -1,6 +1,5 @@
 #include <base/retry.h>
-#include <disk_info/first_line.h>
-#include <disk_info/path_parts.h>
+#include <disk_info/sysfs.h>
 #include <disk_info/ufs_info.h>
 #include <logging/logging.h>
 #include <sys/stat.h>

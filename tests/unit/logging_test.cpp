@@ -50,9 +50,9 @@ TEST_F(LoggingTest, RecordsCarrySeverityTagPlaceAndPieces) {
     LOG(WARNING) << "w";
     EXPECT_EQ(errno, ENOENT);
     EXPECT_THAT(records_,
-                ElementsAre("2 Tag tests/logging_test.cpp:1 ab-3|418446744073709551615",
-                            "4 Tag tests/logging_test.cpp:3 open x: No such file or directory",
-                            "3 Tag tests/logging_test.cpp:5 w"));
+                ElementsAre("2 Tag tests/unit/logging_test.cpp:1 ab-3|418446744073709551615",
+                            "4 Tag tests/unit/logging_test.cpp:3 open x: No such file or directory",
+                            "3 Tag tests/unit/logging_test.cpp:5 w"));
 }
 
 TEST_F(LoggingTest, FilteredRecordsAreNotBuilt) {
@@ -109,7 +109,7 @@ TEST_F(LoggingTest, ForeignTextStaysOnItsLine) {
     testing::internal::CaptureStderr();
     LOG(ERROR) << "a\nERROR b\xc2\x9b\\";
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                MatchesRegex("ERROR Tag tests/logging_test.cpp:[0-9]+: "
+                MatchesRegex("ERROR Tag tests/unit/logging_test.cpp:[0-9]+: "
                              "a\\\\nERROR b\\\\xc2\\\\x9b\\\\\n"));
 }
 
@@ -129,7 +129,7 @@ TEST_F(LoggingTest, ALogDaemonGetsPriorityTagPlaceAndText) {
         LOG(ERROR) << "a\nb";
         char record[2048] = {};
         EXPECT_GT(recv(daemon, record, sizeof record - 1, MSG_DONTWAIT), 0);
-        EXPECT_THAT(record, MatchesRegex("<27>Tag\\[[0-9]+\\]: tests/logging_test.cpp:[0-9]+: "
+        EXPECT_THAT(record, MatchesRegex("<27>Tag\\[[0-9]+\\]: tests/unit/logging_test.cpp:[0-9]+: "
                                          "a\\\\nb"));
         LOG(ERROR) << std::string(70'000, 'x');
         EXPECT_EQ(recv(daemon, record, sizeof record, MSG_DONTWAIT), 1024);

@@ -1,63 +1,10 @@
-#include "binder.h"
+#include "object.h"
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <utility>
 
-#include "message.h"
-
-namespace binder {
-namespace {
-
-// The client's end of a connection: one transaction at a time, and none after the first failure,
-// since a late reply would be taken for the answer to the next request.
-class Connection {
-  public:
-    // message_ stays as it is until a message is received into it.
-    // cppcheck-suppress uninitMemberVar
-    explicit Connection(UniqueFd socket) : socket_(std::move(socket)) {}
-
-    binder_status_t Transact(transaction_code_t code, const AParcel& request, AParcel* reply) {
-        const std::lock_guard lock(mutex_);
-        if (!socket_) return STATUS_DEAD_OBJECT;
-        const binder_status_t failure = Exchange(code, request);
-        if (failure != STATUS_OK) {
-            socket_.Reset();
-            return failure;
-        }
-        reply->Assign(message_.data());
-        return message_.header.word;
-    }
-
-  private:
-    // STATUS_OK: message_ is the reply, whatever status it carries.
-    binder_status_t Exchange(transaction_code_t code, const AParcel& request) {
-        if (const int error =
-                Send(socket_.get(), kRequestMagic, int32_t(code), request.data, &message_)) {
-            const bool gone = error == EPIPE || error == ECONNRESET;
-            return gone ? STATUS_DEAD_OBJECT : STATUS_FAILED_TRANSACTION;
-        }
-        // A client waits for as long as the service takes: signals of its process do not end that.
-        ReceiveResult result = ReceiveResult::kNothing;
-        while (result == ReceiveResult::kNothing) {
-            result = Receive(socket_.get(), kReplyMagic, &message_);
-        }
-        if (result == ReceiveResult::kClosed) return STATUS_DEAD_OBJECT;
-        if (result != ReceiveResult::kMessage) return STATUS_FAILED_TRANSACTION;
-        // A status is 0 or negative, and only success comes with data.
-        const int32_t status = message_.header.word;
-        const bool sane = status <= 0 && (status == STATUS_OK || message_.header.size == 0);
-        return sane ? STATUS_OK : STATUS_FAILED_TRANSACTION;
-    }
-
-    std::mutex mutex_;
-    UniqueFd socket_;
-    Message message_;
-};
-
-}  // namespace
-}  // namespace binder
+#include "remote.h"
 
 struct AIBinder_Class {
     AIBinder_Class_onCreate on_create;
@@ -72,7 +19,7 @@ struct AIBinder_Class {
 struct AIBinder {
     const AIBinder_Class* clazz = nullptr;  // null: remote
     void* user_data = nullptr;
-    std::unique_ptr<binder::Connection> connection;  // null: local
+    std::unique_ptr<binder::RemoteConnection> connection;  // null: local
     // The last strong reference ends the user data or the connection, the last weak one the
     // memory. All strong references together count as one weak.
     std::atomic<uint32_t> strong{1};
@@ -92,9 +39,9 @@ void DecWeak(AIBinder* object) {
 
 }  // namespace
 
-AIBinder* NewRemoteBinder(UniqueFd connection) {
+AIBinder* NewRemoteBinder(base::UniqueFd connection) {
     auto* const object = new AIBinder;
-    object->connection = std::make_unique<Connection>(std::move(connection));
+    object->connection = std::make_unique<RemoteConnection>(std::move(connection));
     return object;
 }
 

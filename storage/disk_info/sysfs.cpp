@@ -1,6 +1,6 @@
 #include <base/retry.h>
-#include <disk_info/first_line.h>
-#include <disk_info/unique_fd.h>
+#include <base/unique_fd.h>
+#include <disk_info/sysfs.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -16,9 +16,9 @@ constexpr size_t kLongestLine = size_t{64} * 1024;
 }  // namespace
 
 std::optional<std::string> ReadFirstLine(const std::string& path) {
-    const UniqueFd fd(
+    const base::UniqueFd fd(
         base::RetryOnInterrupt([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
-    if (!fd.valid()) return std::nullopt;
+    if (!fd) return std::nullopt;
 
     std::string line;
     char buffer[256];
@@ -33,6 +33,17 @@ std::optional<std::string> ReadFirstLine(const std::string& path) {
     }
     if (line.size() > kLongestLine) line.clear();
     return line;
+}
+
+std::string LastComponent(std::string_view path) {
+    return std::string(path.substr(path.rfind('/') + 1));
+}
+
+std::string ParentPath(std::string_view path) {
+    const size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos) return "";
+    const size_t end = path.substr(0, slash).find_last_not_of('/');
+    return end == std::string_view::npos ? "/" : std::string(path.substr(0, end + 1));
 }
 
 }  // namespace orvane::tavisk::disk_info

@@ -18,8 +18,8 @@ die() {
   exit 1
 }
 
-mkdir -p build/device
-run_dir=$(mktemp -d "$PWD/build/device/run.XXXXXX")
+mkdir -p build/vm
+run_dir=$(mktemp -d "$PWD/build/vm/run.XXXXXX")
 machine_pid=''
 leave() {
   [[ -z $machine_pid ]] || kill "$machine_pid" 2>/dev/null || true
@@ -28,13 +28,13 @@ leave() {
 trap leave EXIT
 trap 'exit 130' HUP INT PIPE TERM
 
-kernel=(build/device/kernel/boot/vmlinuz-*)
+kernel=(build/vm/kernel/boot/vmlinuz-*)
 version=${kernel[0]#*vmlinuz-}
 
 # Puts the kernel's modules $2 and on, and all that they need, into the directory $1, uncompressed.
 # Prints their names in the order of loading.
 unpack_modules() {
-  local to=$1 tree=build/device/kernel path name
+  local to=$1 tree=build/vm/kernel path name
   shift
   [[ -e $tree/lib/modules ]] || ln -s usr/lib "$tree/lib"
   /sbin/depmod -b "$tree" "$version"
@@ -54,7 +54,7 @@ unpack_modules() {
 # Prints the path of the disk image for $1, nvme or ufs: a GPT with two ext4 partitions. Guests
 # run on a snapshot of it, so it is made once.
 make_disk() {
-  local image=build/device/$1.img new=$run_dir/disk.img sector_size=512
+  local image=build/vm/$1.img new=$run_dir/disk.img sector_size=512
   [[ $1 != ufs ]] || sector_size=4096
   if [[ ! $image -nt ${BASH_SOURCE[0]} ]]; then
     truncate -s 64M "$new"
@@ -70,10 +70,10 @@ make_disk() {
 }
 
 # Boots kernel $2 and initrd $3 with the disk $1, the rest being further QEMU arguments, and exits
-# with the status of the guest's script. The console is kept in build/device/console-$1.log. With
+# with the status of the guest's script. The console is kept in build/vm/console-$1.log. With
 # DISK_INFO_ICOUNT, QEMU's argument of -icount, the guest's clock counts instructions, on one CPU.
 run_machine() {
-  local kind=$1 kernel=$2 initrd=$3 console=$PWD/build/device/console-$1.log image
+  local kind=$1 kernel=$2 initrd=$3 console=$PWD/build/vm/console-$1.log image
   local line ended='' limit=$up_limit_s phase='before it was up'
   shift 3
   image=$(make_disk "$kind")

@@ -1,15 +1,14 @@
 // The one name that this process serves, from its registration until the process ends.
 #pragma once
 
+#include <base/unique_fd.h>
 #include <binder/ibinder.h>
-
-#include "unique_fd.h"
 
 namespace binder {
 
 struct Registration {
     AIBinder* binder = nullptr;  // holds a strong reference; null: nothing is registered
-    UniqueFd listener;           // does not block
+    base::UniqueFd listener;     // does not block
     bool handed_over = false;    // whoever started this process holds the listener too
 };
 

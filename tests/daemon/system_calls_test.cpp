@@ -6,7 +6,7 @@
 // connection, as the call that failed allows; the next client sees the answer, and nothing leaks.
 //
 // On files here; in an emulated device, where DISK_INFO_DEVICE is set, on its disk.
-#include <client/query.h>
+#include <cli/query.h>
 #include <daemon.h>
 #include <unistd.h>
 

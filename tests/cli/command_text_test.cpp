@@ -1,8 +1,8 @@
 // What the command makes of answers: words, the verdict, bars and metrics.
-#include <client/assessment.h>
-#include <client/explanation.h>
-#include <client/metrics.h>
-#include <client/plain_text.h>
+#include <cli/assessment.h>
+#include <cli/explanation.h>
+#include <cli/metrics.h>
+#include <cli/plain_text.h>
 #include <gtest/gtest.h>
 
 #include <sstream>

@@ -1,12 +1,13 @@
-// Owner of one file descriptor: closes it when it goes out of scope and leaves errno as it was, so
-// that a failure can be returned through it.
+// The owner of one file descriptor: closes it at the end of the scope. A negative number, the
+// result of a failed open(2), is owned as "none". Closing leaves errno unchanged, so that the error
+// of an earlier call can still be reported.
 #pragma once
 
 #include <unistd.h>
 
 #include <cerrno>
 
-namespace binder {
+namespace base {
 
 class UniqueFd {
   public:
@@ -42,4 +43,4 @@ class UniqueFd {
     int fd_ = -1;
 };
 
-}  // namespace binder
+}  // namespace base

@@ -1,3 +1,5 @@
+#include "registry.h"
+
 #include <base/retry.h>
 #include <binder/service_manager.h>
 #include <fcntl.h>
@@ -15,8 +17,7 @@
 #include <string_view>
 #include <utility>
 
-#include "binder.h"
-#include "registration.h"
+#include "object.h"
 
 namespace binder {
 
@@ -58,8 +59,8 @@ const sockaddr* Generic(const sockaddr_un& address) {
     return reinterpret_cast<const sockaddr*>(&address);
 }
 
-UniqueFd NewSocket(int flags) {
-    return UniqueFd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
+base::UniqueFd NewSocket(int flags) {
+    return base::UniqueFd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
 }
 
 // Lets the kernel reject messages with descriptors, as Linux 6.16 and newer can. Dropping one could
@@ -72,8 +73,8 @@ void RejectDescriptors(int listener) {
 
 // Opens the directory that holds the last component of `path`, an absolute one, and makes what is
 // missing on the way. Empty: errno tells why.
-UniqueFd OpenDirectoryOf(std::string_view path) {
-    UniqueFd directory(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+base::UniqueFd OpenDirectoryOf(std::string_view path) {
+    base::UniqueFd directory(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
     for (size_t start = 1; directory;) {
         const size_t end = path.find('/', start);
         if (end == path.npos) break;
@@ -83,12 +84,12 @@ UniqueFd OpenDirectoryOf(std::string_view path) {
             fchmodat(directory.get(), name.c_str(), kDirectoryMode, 0) != 0) {
             return {};
         }
-        directory = UniqueFd(
+        directory = base::UniqueFd(
             openat(directory.get(), name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         start = end + 1;
     }
     if (!directory) return directory;
-    return UniqueFd(openat(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return base::UniqueFd(openat(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 // Makes the path free. 0, EEXIST where a living process listens there, or another errno.
@@ -98,7 +99,7 @@ int RemoveLeftover(const sockaddr_un& address, int directory, const char* name) 
         return errno == ENOENT ? 0 : errno;
     }
     if (!S_ISSOCK(info.st_mode)) return ENOTSOCK;
-    const UniqueFd probe = NewSocket(SOCK_NONBLOCK);
+    const base::UniqueFd probe = NewSocket(SOCK_NONBLOCK);
     if (!probe) return errno;
     // EAGAIN: its queue is full. EPROTOTYPE: it speaks something else. Both are alive.
     if (connect(probe.get(), Generic(address), sizeof address) == 0 || errno == EAGAIN ||
@@ -111,13 +112,13 @@ int RemoveLeftover(const sockaddr_un& address, int directory, const char* name) 
 
 // Binds the path and listens. 0 or an errno. The lock lets one process at a time find out that
 // the path is free and take it, so that none removes the socket of another that has just begun.
-int Listen(const sockaddr_un& address, UniqueFd* listener) {
-    const UniqueFd directory = OpenDirectoryOf(address.sun_path);
+int Listen(const sockaddr_un& address, base::UniqueFd* listener) {
+    const base::UniqueFd directory = OpenDirectoryOf(address.sun_path);
     if (!directory) return errno;
     if (base::RetryOnInterrupt([&] { return flock(directory.get(), LOCK_EX); }) != 0) return errno;
     const char* const name = std::strrchr(address.sun_path, '/') + 1;
     if (const int error = RemoveLeftover(address, directory.get(), name)) return error;
-    UniqueFd fd = NewSocket(SOCK_NONBLOCK);
+    base::UniqueFd fd = NewSocket(SOCK_NONBLOCK);
     RejectDescriptors(fd.get());
     if (!fd || bind(fd.get(), Generic(address), sizeof address) != 0) return errno;
     // Nobody can connect before listen, so no one sees the socket with another mode.
@@ -148,7 +149,7 @@ bool TakeHandOver(std::string* count) {
 }
 
 // Checks that the handed descriptor is a socket like our own, and prepares it. 0 or an errno.
-int AdoptHanded(const std::string& count, UniqueFd* listener) {
+int AdoptHanded(const std::string& count, base::UniqueFd* listener) {
     if (count != "1" || !SocketOptionIs(kHandedFd, SO_DOMAIN, AF_UNIX) ||
         !SocketOptionIs(kHandedFd, SO_TYPE, SOCK_SEQPACKET) ||
         !SocketOptionIs(kHandedFd, SO_ACCEPTCONN, 1)) {
@@ -160,7 +161,7 @@ int AdoptHanded(const std::string& count, UniqueFd* listener) {
         return errno;
     }
     RejectDescriptors(kHandedFd);
-    *listener = UniqueFd(kHandedFd);
+    *listener = base::UniqueFd(kHandedFd);
     return 0;
 }
 
@@ -192,7 +193,7 @@ AIBinder* AServiceManager_checkService(const char* instance) {
         errno = error;
         return nullptr;
     }
-    UniqueFd fd = NewSocket(0);
+    base::UniqueFd fd = NewSocket(0);
     if (!fd) return nullptr;
     const auto connect_once = [&] { return connect(fd.get(), Generic(address), sizeof address); };
     if (base::RetryOnInterrupt(connect_once) != 0) return nullptr;

@@ -14,10 +14,10 @@
 #include <span>
 #include <utility>
 
-#include "binder.h"
 #include "connections.h"
 #include "message.h"
-#include "registration.h"
+#include "object.h"
+#include "registry.h"
 
 namespace binder {
 namespace {
@@ -62,7 +62,7 @@ class Server {
     bool Watch(int operation, int fd, uint32_t number, uint32_t events);
     void RunRound(std::span<const epoll_event> events);
     void AcceptAll();
-    void Admit(UniqueFd fd);
+    void Admit(base::UniqueFd fd);
     void ServeReady();
     void Serve(uint32_t number);
     void HoldBack(uint32_t number, bool held_back);
@@ -74,7 +74,7 @@ class Server {
     AIBinder* const binder_;
     const int listener_;
     const bool may_leave_;
-    UniqueFd epoll_;
+    base::UniqueFd epoll_;
     Connections connections_;
     // Points in time, or kNever.
     int64_t accept_again_at_ms_ = kNever;  // the listener is not watched until then
@@ -135,7 +135,7 @@ void Server::RunRound(std::span<const epoll_event> events) {
 
 void Server::AcceptAll() {
     for (int i = 0; i < kAcceptsPerRound; ++i) {
-        UniqueFd fd(accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        base::UniqueFd fd(accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (fd) {
             Admit(std::move(fd));
             continue;
@@ -149,7 +149,7 @@ void Server::AcceptAll() {
     }
 }
 
-void Server::Admit(UniqueFd fd) {
+void Server::Admit(base::UniqueFd fd) {
     // As it was when the peer connected. Its process id may be another process's by now.
     ucred peer;
     socklen_t size = sizeof peer;
