@@ -18,8 +18,20 @@ die() {
   exit 1
 }
 
-mkdir -p build/vm
-run_dir=$(mktemp -d "$PWD/build/vm/run.XXXXXX")
+# The emulated architecture is DISK_INFO_ARCH, by default this machine's own. With
+# DISK_INFO_KERNEL=oldkernel the kernel is that of the Debian release, not of its backports.
+arch=${DISK_INFO_ARCH:-$(dpkg --print-architecture)}
+case $arch in
+  amd64) qemu=(qemu-system-x86_64) serial=ttyS crc32c=crc32c_intel ;;
+  arm64) qemu=(qemu-system-aarch64 -machine virt) serial=ttyAMA crc32c=crc32c_generic ;;
+  *) die "unknown architecture '$arch'; there are amd64 and arm64" ;;
+esac
+vm_dir=build/vm/$arch
+preset=release
+[[ $arch = "$(dpkg --print-architecture)" ]] || preset=$arch
+
+mkdir -p "$vm_dir"
+run_dir=$(mktemp -d "$PWD/$vm_dir/run.XXXXXX")
 machine_pid=''
 leave() {
   [[ -z $machine_pid ]] || kill "$machine_pid" 2>/dev/null || true
@@ -28,13 +40,16 @@ leave() {
 trap leave EXIT
 trap 'exit 130' HUP INT PIPE TERM
 
-kernel=(build/vm/kernel/boot/vmlinuz-*)
+kernel_dir=$vm_dir/${DISK_INFO_KERNEL:-kernel}
+kernel=("$kernel_dir"/boot/vmlinuz-*)
+[[ -f ${kernel[0]} ]] ||
+  die "no $kernel_dir; DISK_INFO_ARCH=$arch tools/packages vm oldkernel fetches it"
 version=${kernel[0]#*vmlinuz-}
 
 # Puts the kernel's modules $2 and on, and all that they need, into the directory $1, uncompressed.
 # Prints their names in the order of loading.
 unpack_modules() {
-  local to=$1 tree=build/vm/kernel path name
+  local to=$1 tree=$kernel_dir path name
   shift
   [[ -e $tree/lib/modules ]] || ln -s usr/lib "$tree/lib"
   /sbin/depmod -b "$tree" "$version"
@@ -70,10 +85,10 @@ make_disk() {
 }
 
 # Boots kernel $2 and initrd $3 with the disk $1, the rest being further QEMU arguments, and exits
-# with the status of the guest's script. The console is kept in build/vm/console-$1.log. With
+# with the status of the guest's script. The console is kept in build/vm/ARCHITECTURE/console-$1.log. With
 # DISK_INFO_ICOUNT, QEMU's argument of -icount, the guest's clock counts instructions, on one CPU.
 run_machine() {
-  local kind=$1 kernel=$2 initrd=$3 console=$PWD/build/vm/console-$1.log image
+  local kind=$1 kernel=$2 initrd=$3 console=$PWD/$vm_dir/console-$1.log image
   local line ended='' limit=$up_limit_s phase='before it was up'
   shift 3
   image=$(make_disk "$kind")
@@ -86,7 +101,7 @@ run_machine() {
   [[ -z ${DISK_INFO_ICOUNT:-} ]] || vcpus=(-accel 'tcg,thread=single' -smp 1 -icount "$DISK_INFO_ICOUNT")
   mkfifo "$run_dir/monitor.in" "$run_dir/monitor.out"
   : >"$console"
-  exec {voice}< <(exec timeout -k 5 "$whole_limit_s" qemu-system-x86_64 "${vcpus[@]}" \
+  exec {voice}< <(exec timeout -k 5 "$whole_limit_s" "${qemu[@]}" "${vcpus[@]}" \
     -cpu max -m 512 -nodefaults -nic none -display none -no-reboot \
     -kernel "$kernel" -initrd "$initrd" "${disk[@]}" "$@" \
     -chardev "pipe,id=monitor,path=$run_dir/monitor" -mon chardev=monitor,mode=readline \
