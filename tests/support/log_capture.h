@@ -12,13 +12,12 @@
 class LogCapture {
   public:
     LogCapture() {
-        static char* no_arguments[] = {nullptr};
-        logging::InitLogging(no_arguments,
-                             [this](logging::LogId, logging::LogSeverity severity, const char*,
-                                    const char*, unsigned int, const char* message) {
-                                 const std::scoped_lock lock(mutex_);
-                                 records_.push_back(std::string{"VDIWEF"[severity], ' '} + message);
-                             });
+        logging::InitLogging(
+            nullptr, [this](logging::LogId, logging::LogSeverity severity, const char*, const char*,
+                            unsigned int, const char* message) {
+                const std::scoped_lock lock(mutex_);
+                records_.push_back(std::string{"VDIWEF"[severity], ' '} + message);
+            });
     }
     ~LogCapture() {
         logging::InitLogging(nullptr, [](auto...) {});

@@ -49,6 +49,8 @@ TEST_F(NvmeInfoTest, IdentityIsTheControllers) {
         EXPECT_EQ(Printed([&] { EXPECT_TRUE(nvme_.DumpInfo()); }), c.printed);
         EXPECT_EQ(Info(), c.sent);
     }
+    driver_.Expect(kIdentifyController, {.data = NvmePage(4, std::string("AB\0C", 4))});
+    EXPECT_EQ(nvme_.GetNvmeControllerId().serial_number[3], '\0');  // zero after the first NUL
 }
 
 // The drive transfers a whole page although the request is for 512 bytes. Counters of 2^63 and more

@@ -158,6 +158,7 @@ TEST(Parcelables, MalformedResultIsRejectedWithItsReason) {
         {{1, 2, 1, 4}, STATUS_BAD_VALUE},               // unknown tag
         {{1, 0, 0, 12, 5, 1}, STATUS_UNEXPECTED_NULL},  // no arm
         {{1, 0, 2, 12, 5, 1}, STATUS_BAD_VALUE},
+        {{1, 0, 1, 0}, STATUS_BAD_VALUE},
         {{1, 0, 1, 16, 5, 1}, STATUS_BAD_VALUE},
         {{1, 1, 1, 16, 0x7ffffff0, 0, 0}, STATUS_BAD_VALUE},
     };

@@ -147,7 +147,7 @@ Number ParseCounter(const std::string& text) {
     char* end = nullptr;
     errno = 0;
     const long long value = std::strtoll(digits, &end, base);
-    if (errno != 0 || end == digits || end != text.c_str() + text.size()) return 0;
+    if (errno != 0 || end != text.c_str() + text.size()) return 0;
     if (value < std::numeric_limits<Number>::min() || value > std::numeric_limits<Number>::max()) {
         return 0;
     }

@@ -64,9 +64,8 @@ struct Rule {
 
 constexpr Rule kRules[] = {
     // Disks and sysfs. openat cannot create or truncate a file or claim a disk. Other ioctl
-    // requests
-    // could change a disk: discard or zero blocks, write through the driver, reread the partition
-    // table.
+    // requests could change a disk: discard or zero blocks, write through the driver, reread the
+    // partition table.
     {__NR_openat, {Without(2, O_CREAT | O_EXCL | O_TRUNC | O_APPEND | O_TMPFILE)}},
     {__NR_read},
     {__NR_ioctl, {Is(1, BLKGETSIZE64)}},
@@ -86,8 +85,7 @@ constexpr Rule kRules[] = {
     {__NR_close, {AtLeast(0, STDERR_FILENO + 1)}},
 
     // Clients and the system log. sendmsg and recvmsg are not allowed because they pass
-    // descriptors:
-    // a disk that is open for writing could be passed to another process.
+    // descriptors: a disk that is open for writing could be passed to another process.
     {__NR_socket, {Is(0, AF_UNIX)}},
     {__NR_connect},
     {__NR_accept4},
