@@ -47,7 +47,7 @@ Json fieldsToJson(const Parcelable& parcelable) {
         const auto& value = parcelable.*field.member;
         using Value = std::decay_t<decltype(value)>;
         if constexpr (std::is_integral_v<Value> && !std::is_same_v<Value, bool>) {
-            if (field.is_unsigned) {
+            if (field.isUnsigned) {
                 const auto bits = static_cast<std::make_unsigned_t<Value>>(value);
                 fields[field.name] = bits;
                 if (bits > kLargestExact) {

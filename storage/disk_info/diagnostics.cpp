@@ -9,12 +9,12 @@
 namespace orvane::tavisk::disk_info {
 namespace {
 
-bool (*admits)() = nullptr;
+bool (*admit_diagnostic)() = nullptr;
 
 }  // namespace
 
 void PrintDiagnostic(std::initializer_list<std::string_view> pieces) {
-    if (admits != nullptr && !admits()) return;
+    if (admit_diagnostic != nullptr && !admit_diagnostic()) return;
     std::string message;
     for (const std::string_view piece : pieces) message += piece;
     base::CutTo(base::kLargestRecord - 1, &message);
@@ -29,7 +29,7 @@ void PrintError(const char* prefix) {
 }
 
 void LimitDiagnostics(bool (*admit)()) {
-    admits = admit;
+    admit_diagnostic = admit;
 }
 
 }  // namespace orvane::tavisk::disk_info

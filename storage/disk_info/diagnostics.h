@@ -1,5 +1,6 @@
-// What the NVMe and the filesystem classes say of failures: one line each on standard error, never
-// in the log. A line is at most 1 KiB and is never waited for: base/standard_error.h.
+// Diagnostics of the NVMe and filesystem classes: one line per failure on standard error, never in
+// the log. A line has at most 1 KiB; one that standard error does not accept at once is dropped
+// (base/standard_error.h).
 #pragma once
 
 #include <initializer_list>
@@ -7,15 +8,14 @@
 
 namespace orvane::tavisk::disk_info {
 
-// Prints the pieces, one after the other, and a line end. Foreign text among them is escaped
-// already; what passes 1 KiB is cut and ends in "...".
+// Prints the concatenated pieces as one line, cut to 1 KiB. The caller escapes foreign text.
 void PrintDiagnostic(std::initializer_list<std::string_view> pieces);
 
-// Prints what perror(3) prints: `prefix`, ": " and the text of errno, which stays as it was.
+// Prints a line in the form of perror(3): `prefix`, ": " and the text of errno. Preserves errno.
 void PrintError(const char* prefix);
 
-// From now on `admit` is called before each message, which is dropped when it returns false. Until
-// then every message is printed: the limit is the program's, not the library's.
+// Installs a filter that is called before each diagnostic and drops it by returning false. Without
+// a filter every diagnostic is printed.
 void LimitDiagnostics(bool (*admit)());
 
 }  // namespace orvane::tavisk::disk_info

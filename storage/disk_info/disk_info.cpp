@@ -4,6 +4,7 @@
 #include <disk_info/disk_info.h>
 #include <disk_info/filesystem_info.h>
 #include <disk_info/nvme_info.h>
+#include <disk_info/sysfs.h>
 #include <disk_info/ufs_info.h>
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -12,14 +13,12 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <string_view>
 
 namespace orvane::tavisk::disk_info {
 namespace {
 
 constexpr char kDataPartition[] = "/dev/block/by-name/userdata";
-constexpr size_t kPathSize = 4096;
 
 }  // namespace
 
@@ -38,12 +37,12 @@ std::unique_ptr<DiskInfo> DiskInfo::GetDiskInfo(const char* path) {
 }
 
 std::string DiskInfo::GetRootDevicePath() {
-    char resolved[kPathSize] = {};
-    if (base::RetryOnInterrupt([&] { return realpath(kDataPartition, resolved); }) == nullptr) {
+    const std::optional<std::string> partition = CanonicalPath(kDataPartition);
+    if (!partition) {
         PLOG(ERROR) << "realpath failed for " << kDataPartition;
         return "";
     }
-    return RootDeviceOf(resolved);
+    return RootDeviceOf(*partition);
 }
 
 std::string RootDeviceOf(const std::string& partition_path) {
@@ -52,9 +51,9 @@ std::string RootDeviceOf(const std::string& partition_path) {
         LOG(ERROR) << "Path has no non-digit characters: " << base::Escaped(partition_path);
         return "";
     }
-    // A whole NVMe disk loses its namespace's number (nvme0n1 gives nvme0n) and a final 'p' goes
-    // even without a number behind it (sdap gives sda): the rule expects a partition. Required
-    // behaviour, not an oversight.
+    // The path is expected to name a partition. For the whole disk nvme0n1 the result is nvme0n,
+    // and a final 'p' is removed even if no number follows (sdap gives sda). Required behaviour,
+    // not an oversight.
     const size_t kept = partition_path[last] == 'p' ? last : last + 1;
     if (kept == 0 || kept >= partition_path.size()) {
         LOG(ERROR) << "Could not determine root device from path: "

@@ -1,8 +1,7 @@
-// One disk or partition of the device, as a kind of its own: the base of the NVMe, UFS and
-// filesystem kinds, and itself the kind of everything else. Also finds the disk that holds the data
-// partition. An object belongs to whoever made it, lives for one request and is used by one thread;
-// it opens what an operation needs, closes it before the operation returns and never writes to the
-// disk.
+// A block device or partition: base class of the NVMe, UFS and filesystem classes, and the class of
+// devices of unknown kind. Also finds the disk that holds the data partition. The creator owns an
+// object, uses it from one thread and destroys it at the end of the request. Each operation opens
+// what it needs and closes it before it returns; none writes to the disk.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +10,7 @@
 
 namespace orvane::tavisk::disk_info {
 
-// What GetType returns; tells which class an object is of.
+// Result of GetType; identifies the class of an object.
 enum DiskType : int {
     kDiskTypeUnknown = 0,
     kDiskTypeNvme = 1,
@@ -21,48 +20,50 @@ enum DiskType : int {
 
 class DiskInfo {
   public:
-    // `path` is borrowed and must outlive the object, unchanged. Does no input or output.
+    // `path` is borrowed and must outlive the object, unchanged. Performs no I/O.
     explicit DiskInfo(const char* path) : device_path(path) {}
     DiskInfo(const DiskInfo&) = delete;
     DiskInfo& operator=(const DiskInfo&) = delete;
 
-    // A new object of the kind that `path` names; never null. The tests are on substrings, in this
-    // order: "nvme", "sd", "data"; a path with none of them is of unknown kind. Null counts as "".
-    // `path` is borrowed and must outlive the object, unchanged. Opens nothing.
+    // A new object for `path`; never null. The first substring found selects the class: "nvme",
+    // "sd", "data"; otherwise DiskInfo itself. A null path counts as "". `path` is borrowed and
+    // must outlive the object, unchanged. Opens nothing.
     [[nodiscard]] static std::unique_ptr<DiskInfo> GetDiskInfo(const char* path);
 
-    // The path of the whole disk that holds the data partition, such as /dev/block/sda. "": it
-    // cannot be determined, and one ERROR record says why.
+    // Path of the whole disk that holds the data partition, such as /dev/block/sda. "": not
+    // determined; the reason is logged as one ERROR record.
     [[nodiscard]] static std::string GetRootDevicePath();
 
-    // The order of the virtual operations is that of their slots; subclasses append theirs.
+    // The order of the virtual operations fixes their slots; subclasses append their own.
     virtual ~DiskInfo() = default;
 
     virtual int GetType() const;
 
-    // Print human-readable text to standard output. False: what was asked for could not be read.
-    // This class reports nothing, which is no failure.
+    // Print human-readable text to standard output. False: the data could not be read. For a device
+    // of unknown kind they print a "not supported" line and return true.
     virtual void GetPowerInfo();
     virtual bool DumpInfo();
     virtual bool DumpHealthInfo();
 
-    // What a read of discarded blocks returns; each kind has its own words. "undefined": not known.
+    // What a read of discarded blocks returns; the values are those of the subclass. "undefined":
+    // not known.
     virtual std::string GetDiscardReadValue();
 
-    // Prints like the operations above.
+    // Prints to standard output, like the operations above.
     virtual bool DumpFilesystemInfo();
 
-    // Size of the block device, in bytes. 0: it could not be read, and one ERROR record says why.
+    // Size of the block device, in bytes. 0: it could not be read; the reason is logged as one
+    // ERROR record.
     virtual uint64_t GetSize();
 
   protected:
-    // The device node, or the partition's name for a filesystem. Borrowed; the factory never leaves
-    // it null.
+    // Path of the device node; for a filesystem, the name of the partition. Borrowed. Never null if
+    // the factory made the object.
     const char* device_path;
 };
 
-// The disk's path of a resolved partition path: without the partition number and a 'p' before it.
-// "": there is nothing to strip or nothing would be left, and one ERROR record says so.
+// Path of the disk for a resolved partition path: removes the partition number and a 'p' before it.
+// "": nothing to remove, or nothing would remain; logs one ERROR record.
 [[nodiscard]] std::string RootDeviceOf(const std::string& partition_path);
 
 }  // namespace orvane::tavisk::disk_info

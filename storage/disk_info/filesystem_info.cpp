@@ -16,9 +16,9 @@
 namespace orvane::tavisk::disk_info {
 namespace {
 
-// The link's target as written, not followed further. Empty: standard error has the reason.
+// Target of the link, not resolved further. Empty: it cannot be read; the reason is printed.
 std::optional<std::string> ReadLink(const std::string& link) {
-    __attribute__((uninitialized)) char target[PATH_MAX];  // No read goes beyond readlink's result.
+    char target[PATH_MAX] = {};
     const ssize_t length =
         base::RetryOnInterrupt([&] { return readlink(link.c_str(), target, sizeof(target)); });
     if (length < 0) {
@@ -29,7 +29,7 @@ std::optional<std::string> ReadLink(const std::string& link) {
     return std::string(target, static_cast<size_t>(length));
 }
 
-// The name of the device-mapper device behind userdata's link; empty with a message as above.
+// Name of the device-mapper device that userdata's link points to. Empty: the reason is printed.
 std::optional<std::string> MapperDevice(const std::string& link) {
     const std::optional<std::string> target = ReadLink(link);
     if (!target) return std::nullopt;
@@ -41,14 +41,14 @@ std::optional<std::string> MapperDevice(const std::string& link) {
     return name;
 }
 
-// The name of the plain device behind metadata's link; empty with a message as above.
+// Name of the device that metadata's link points to. Empty: the reason is printed.
 std::optional<std::string> PlainDevice(const std::string& link) {
     const std::optional<std::string> target = ReadLink(link);
     if (!target) return std::nullopt;
     return LastComponent(*target);
 }
 
-// A directory that cannot be asked about, whatever the reason, counts as absent.
+// False also if the status of `path` cannot be read.
 bool Exists(const std::string& path) {
     struct stat status;
     return base::RetryOnInterrupt([&] { return stat(path.c_str(), &status); }) == 0;
@@ -78,7 +78,7 @@ std::optional<FilesystemInfoData> FilesystemInfo::GetFilesystemInfo() const {
 
     FilesystemInfoData data;
     if (device) data.sysfs_path = ext4_sysfs_root + "/" + *device;
-    // A device that cannot be told gives a second message here, with an empty path.
+    // If the device was not found, this prints a second message, with an empty path.
     if (!Exists(data.sysfs_path)) {
         PrintDiagnostic({"sysfs path not found at ", base::Escaped(data.sysfs_path)});
         return std::nullopt;

@@ -1,6 +1,6 @@
-// The ext4 filesystem of the "userdata" or "metadata" partition: the error counters that the
-// kernel's ext4 driver keeps for it in sysfs. `device_path` is the partition's name. Failures go
-// to standard error, never to the log.
+// The ext4 filesystem of the "userdata" or "metadata" partition: reads the error counters that the
+// kernel's ext4 driver exposes in sysfs. `device_path` is the name of the partition. Failures are
+// printed to standard error, never logged.
 #pragma once
 
 #include <disk_info/disk_info.h>
@@ -9,18 +9,18 @@
 
 namespace orvane::tavisk::disk_info {
 
-// First lines of the files in `sysfs_path`, untrimmed; "" where a file is empty.
+// First lines of the files of the same names in `sysfs_path`, untrimmed. "": the file is empty.
 struct FilesystemInfoData {
-    std::string errors_count;
-    std::string last_error_func;
-    std::string last_error_errcode;
-    std::string sysfs_path;  // such as /sys/fs/ext4/dm-5
+    std::string errors_count;        // number of errors
+    std::string last_error_func;     // kernel function that reported the last error
+    std::string last_error_errcode;  // ext4's own code of the last error
+    std::string sysfs_path;          // directory of the filesystem, such as /sys/fs/ext4/dm-5
 };
 
 class FilesystemInfo : public DiskInfo {
   public:
-    // `partition` is borrowed and must outlive the object, unchanged. Of the links, the first leads
-    // to userdata's device-mapper device, the second to metadata's device.
+    // `partition` is borrowed and must outlive the object, unchanged. `userdata` is the link to the
+    // device-mapper device of userdata, `metadata` the link to the device of metadata.
     FilesystemInfo(const char* partition, std::string sysfs_root, std::string userdata,
                    std::string metadata);
     ~FilesystemInfo() override = default;
@@ -28,8 +28,8 @@ class FilesystemInfo : public DiskInfo {
     int GetType() const override;
     bool DumpFilesystemInfo() override;
 
-    // Empty: the partition is not one of the two, its device cannot be told or one of the files
-    // cannot be opened.
+    // Empty: the partition is neither of the two, its device was not found, or a file could not be
+    // opened.
     [[nodiscard]] virtual std::optional<FilesystemInfoData> GetFilesystemInfo() const;
 
   protected:

@@ -26,12 +26,12 @@ constexpr uint32_t kAllNamespaces = 0xFFFFFFFF;
 constexpr int kIdentifySize = 4096;
 constexpr int kHealthLogSize = 512;
 
-// What a data buffer for the driver has to be: see GetNvmeIdentifyData.
+// A data buffer as GetNvmeIdentifyData requires it.
 struct alignas(4096) Page {
     std::array<uint8_t, 4096> bytes = {};
 };
 
-// The little-endian number at `offset`; 0 where it does not lie within `bytes`.
+// Little-endian number at `offset`. 0: it does not lie within `bytes`.
 template <typename T>
 T Load(std::span<const uint8_t> bytes, size_t offset) {
     if (offset > bytes.size() || bytes.size() - offset < sizeof(T)) return 0;
@@ -42,13 +42,21 @@ T Load(std::span<const uint8_t> bytes, size_t offset) {
     return value;
 }
 
-// The text at `offset` that fills `text` but for its NUL, or ends earlier at a NUL of its own.
+// Copies the text at `offset`, of kSize - 1 bytes or up to its first NUL, into the zeroed `text`.
 template <size_t kSize>
 void CopyText(const Page& page, size_t offset, char (&text)[kSize]) {
     static_assert(kSize > 1 && kSize <= sizeof(Page));
     if (offset > sizeof(Page) - (kSize - 1)) return;
     const char* const field = reinterpret_cast<const char*>(page.bytes.data()) + offset;
     memcpy(text, field, strnlen(field, kSize - 1));
+}
+
+// Opens the device node as passthrough requires, without close-on-exec and without a retry. No
+// descriptor: the reason is printed.
+base::UniqueFd OpenNode(const char* path) {
+    base::UniqueFd fd(open(path, O_RDWR));
+    if (!fd) PrintError("open");
+    return fd;
 }
 
 nvme_passthru_cmd IdentifyCommand(void* data, int data_len, int cns) {
@@ -60,7 +68,7 @@ nvme_passthru_cmd IdentifyCommand(void* data, int data_len, int cns) {
     return command;
 }
 
-// Bit 1 of a power state descriptor's byte 3: the disk does no input or output in that state.
+// NOPS, bit 1 of byte 3 of the power state descriptor: set if the state is non-operational.
 bool IsOperational(const Page& controller, uint32_t power_state) {
     return (Load<uint8_t>(controller.bytes, 2048 + 32 * power_state + 3) & 0x02) == 0;
 }
@@ -76,11 +84,8 @@ int NvmeInfo::GetType() const {
 }
 
 int NvmeInfo::GetNvmeIdentifyData(void* data, int data_len, int cns) {
-    const base::UniqueFd fd(open(device_path, O_RDWR));
-    if (!fd) {
-        PrintError("open");
-        return -1;
-    }
+    const base::UniqueFd fd = OpenNode(device_path);
+    if (!fd) return -1;
     nvme_passthru_cmd command = IdentifyCommand(data, data_len, cns);
     if (cns != kIdentifyController) {
         const int namespace_id = ioctl(fd.get(), NVME_IOCTL_ID);
@@ -91,25 +96,23 @@ int NvmeInfo::GetNvmeIdentifyData(void* data, int data_len, int cns) {
         command.nsid = static_cast<uint32_t>(namespace_id);
     }
     const int result = NvmeAdminCommand(fd.get(), &command);
-    // A status from the controller leaves no errno to print.
+    // An NVMe status does not set errno, so nothing is printed for it.
     if (result == -1) PrintError("ioctl");
     return result == 0 ? 0 : -1;
 }
 
 int NvmeInfo::GetNvmeLogPage(void* data, int data_len, int log_id) {
-    const base::UniqueFd fd(open(device_path, O_RDWR));
-    if (!fd) {
-        PrintError("open");
-        return -1;
-    }
+    const base::UniqueFd fd = OpenNode(device_path);
+    if (!fd) return -1;
     nvme_passthru_cmd command = {};
     command.opcode = kGetLogPage;
     command.nsid = kAllNamespaces;
     command.addr = reinterpret_cast<uintptr_t>(data);
     command.data_len = static_cast<uint32_t>(data_len);
-    // The length in dwords counts from 0; its upper half, in dword 11, stays 0.
+    // NUMDL, bits 31:16: the lower half of the number of dwords minus 1. NUMDU stays 0.
     command.cdw10 = static_cast<uint32_t>(data_len / 4 - 1) << 16 | static_cast<uint32_t>(log_id);
-    // Unlike Identify, a controller's status is printed too, with whatever errno holds.
+    // Unlike Identify, this prints for an NVMe status too, although errno is not set. Required
+    // behaviour.
     if (NvmeAdminCommand(fd.get(), &command) != 0) {
         PrintError("ioctl");
         return -1;
@@ -151,11 +154,8 @@ std::optional<NvmeHealthData> NvmeInfo::GetNvmeHealthInfo() {
 
 NvmePowerData NvmeInfo::GetNvmePowerInfo() {
     const NvmePowerData unknown;
-    const base::UniqueFd fd(open(device_path, O_RDWR));
-    if (!fd) {
-        PrintError("open");
-        return unknown;
-    }
+    const base::UniqueFd fd = OpenNode(device_path);
+    if (!fd) return unknown;
     nvme_passthru_cmd features = {};
     features.opcode = kGetFeatures;
     features.cdw10 = kPowerManagementFeature;
@@ -166,7 +166,7 @@ NvmePowerData NvmeInfo::GetNvmePowerInfo() {
         return unknown;
     }
     const uint32_t power_state = features.result & 0x1F;
-    const uint8_t last_power_state = Load<uint8_t>(page.bytes, 263);  // NPSS counts from 0
+    const uint8_t last_power_state = Load<uint8_t>(page.bytes, 263);  // NPSS, 0's based
     if (power_state > last_power_state) {
         PrintDiagnostic({"Error: Current power state ", std::to_string(power_state),
                          " is invalid or exceeds NPSS."});
@@ -179,7 +179,7 @@ NvmePowerData NvmeInfo::GetNvmePowerInfo() {
 std::string NvmeInfo::GetDiscardReadValue() {
     Page page;
     if (GetNvmeIdentifyData(&page, kIdentifySize, kIdentifyNamespace) != 0) return "undefined";
-    // Deallocate Logical Block Features, DLFEAT: bits 2:0 are the read behaviour.
+    // DLFEAT, Deallocate Logical Block Features: bits 2:0 are the read behaviour.
     switch (Load<uint8_t>(page.bytes, 33) & 0x07) {
         case 1:
             return "0";

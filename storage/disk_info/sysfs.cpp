@@ -4,13 +4,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
 #include <string_view>
 
 namespace orvane::tavisk::disk_info {
 namespace {
 
-// The kernel's attributes end after a page. What is longer is no attribute, and is not held whole;
-// nor is it cut, since the beginning of a number is another number.
+// Attributes of the kernel have at most one page. A longer line is discarded rather than cut: the
+// first digits of a number are another number.
 constexpr size_t kLongestLine = size_t{64} * 1024;
 
 }  // namespace
@@ -21,7 +24,7 @@ std::optional<std::string> ReadFirstLine(const std::string& path) {
     if (!fd) return std::nullopt;
 
     std::string line;
-    char buffer[256];
+    char buffer[256] = {};
     while (line.size() <= kLongestLine) {
         const ssize_t count =
             base::RetryOnInterrupt([&] { return read(fd.get(), buffer, sizeof(buffer)); });
@@ -33,6 +36,22 @@ std::optional<std::string> ReadFirstLine(const std::string& path) {
     }
     if (line.size() > kLongestLine) line.clear();
     return line;
+}
+
+NumberStart FindNumber(const std::string& text) {
+    const char* const digits =
+        text.c_str() + std::min(text.find_first_not_of(kWhiteSpace), text.size());
+    const bool hexadecimal = digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X');
+    return {digits, hexadecimal ? 16 : 10};
+}
+
+std::optional<std::string> CanonicalPath(const char* path) {
+    static_assert(PATH_MAX == 4096);
+    char canonical[PATH_MAX] = {};
+    if (base::RetryOnInterrupt([&] { return realpath(path, canonical); }) == nullptr) {
+        return std::nullopt;
+    }
+    return canonical;
 }
 
 std::string LastComponent(std::string_view path) {

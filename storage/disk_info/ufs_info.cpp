@@ -15,15 +15,15 @@
 namespace orvane::tavisk::disk_info {
 namespace {
 
-constexpr char kWhiteSpace[] = " \t\n\v\f\r";
 constexpr char kBlockDevices[] = "/sys/block/";
-constexpr size_t kPathSize = 4096;
-constexpr int kHostSearchNames = 10;  // the SCSI device's own and its nine nearest ancestors'
+constexpr int kHostSearchNames = 10;  // the SCSI device directory and its nine nearest ancestors
 
 const char* TrueOrFalse(bool value) {
     return value ? "true" : "false";
 }
 
+// `text` in double quotes, with a backslash before each double quote and backslash. The required
+// form of a path in a record; base::Escaped has another. The logger escapes control characters.
 std::string Quoted(std::string_view text) {
     std::string quoted = "\"";
     for (const char c : text) {
@@ -42,17 +42,13 @@ bool IsSymlink(const std::string& path) {
 }  // namespace
 
 std::optional<uint64_t> ParseSysfsUint(const std::string& text, uint64_t max) {
-    const size_t start = text.find_first_not_of(kWhiteSpace);
-    // The C library would take a negative number and wrap it round.
-    if (start == std::string::npos || text[start] == '-') return std::nullopt;
-    const bool hexadecimal = text.compare(start, 2, "0x") == 0 || text.compare(start, 2, "0X") == 0;
-    const char* const begin = text.c_str() + start;
+    const auto [digits, base] = FindNumber(text);
+    // strtoull accepts an empty text and wraps a negative number.
+    if (*digits == '\0' || *digits == '-') return std::nullopt;
     char* end = nullptr;
     errno = 0;
-    const unsigned long long value = strtoull(begin, &end, hexadecimal ? 16 : 10);
-    if (errno != 0 || end != text.c_str() + text.size() || value > max) {
-        return std::nullopt;
-    }
+    const unsigned long long value = strtoull(digits, &end, base);
+    if (errno != 0 || end != text.c_str() + text.size() || value > max) return std::nullopt;
     return value;
 }
 
@@ -62,7 +58,7 @@ int UfsInfo::GetType() const {
 
 std::string UfsInfo::ReadSysfsFile(const std::string& path) {
     std::string line = ReadFirstLine(path).value_or("");
-    line.erase(line.find_last_not_of(kWhiteSpace) + 1);  // all of it where nothing else is found
+    line.erase(line.find_last_not_of(kWhiteSpace) + 1);  // npos + 1 is 0: erases everything
     line.erase(0, line.find_first_not_of(kWhiteSpace));
     return line;
 }
@@ -74,15 +70,15 @@ bool UfsInfo::GetUfsScsiDevicePath(std::string* out) {
         LOG(ERROR) << Quoted(link) << " is not a symlink.";
         return false;
     }
-    char canonical[kPathSize];
-    if (base::RetryOnInterrupt([&] { return realpath(link.c_str(), canonical); }) == nullptr) {
+    const std::optional<std::string> canonical = CanonicalPath(link.c_str());
+    if (!canonical) {
         const int error = errno;
         LOG(ERROR) << "Failed to get canonical path for " << Quoted(link) << ": "
                    << strerror(error);
         return false;
     }
-    // The disk lies in the logical unit's directory as block/<name>.
-    *out = ParentPath(ParentPath(canonical));
+    // The disk is block/<name> in the directory of the logical unit.
+    *out = ParentPath(ParentPath(*canonical));
     LOG(INFO) << "Found UFS SCSI device path: " << *out;
     return true;
 }
@@ -107,13 +103,13 @@ bool UfsInfo::GetUfsHostPath(std::string* out) {
 
 void UfsInfo::InitializePaths() {
     if (paths_initialized) return;
-    // An empty path is all that the readers need to know of a failure.
+    // A failure leaves the path empty; each reader checks the path that it needs.
     (void)GetUfsScsiDevicePath(&scsi_device_path);
     (void)GetUfsHostPath(&ufs_host_path);
     paths_initialized = true;
 }
 
-// The number in the file; 0 when there is none that fits into T.
+// Number in the file. 0: the file has no number that fits into T.
 template <typename T>
 T UfsInfo::ReadNumber(const std::string& path) {
     return static_cast<T>(
@@ -176,7 +172,7 @@ void UfsInfo::ReadWriteBoosterBuffer(UfsInfoData* data) {
     data->write_booster_current_alloc_units = current_units;
     data->write_booster_max_alloc_units = ReadNumber<uint32_t>(geometry + "/wb_max_alloc_units");
 
-    // A number that is not known is 0 and makes the share 0.
+    // A missing factor is 0 and makes the fraction 0.
     if (disk_sectors == 0) return;
     const uint64_t buffer_sectors = unit_segments * current_units * segment_sectors;
     data->write_booster_fraction =
@@ -200,7 +196,7 @@ std::optional<UfsHealthData> UfsInfo::GetUfsHealthInfo() {
 std::string UfsInfo::GetDiscardReadValue() {
     InitializePaths();
     if (scsi_device_path.empty()) return "undefined";
-    // bProvisioningType, both thin: without and with the promise that unmapped blocks read as 0.
+    // bProvisioningType 2 and 3: thin provisioning with TPRZ = 0 and TPRZ = 1.
     switch (ReadNumber<uint32_t>(scsi_device_path + "/unit_descriptor/provisioning_type")) {
         case 2:
             return "any";

@@ -1,8 +1,7 @@
-// What code in the daemon's place can do behind its filter of system calls: open the disk, but not
-// change a byte of it, hand it on or run a program.
-//
-// On a file here, and each call without the filter too; in an emulated device, where
-// DISK_INFO_DEVICE is set, on its disk.
+// What code in the daemon can do behind the system call filter: open the disk, but not change it,
+// pass its descriptor on or execute a program. The disk is a file, and each call is also made
+// without the filter; in an emulated device, where DISK_INFO_DEVICE is set, it is the disk of the
+// device.
 #include <daemon.h>
 #include <disk_info/disk_info.h>
 #include <gmock/gmock.h>
@@ -41,10 +40,10 @@ class ConfinementTest : public PrivateRootTest {
     }
     std::string FirstBytes() const {
         std::string bytes(8, '\0');
-        bytes.resize(size_t(std::ifstream(disk_).read(bytes.data(), 8).gcount()));
+        bytes.resize(static_cast<size_t>(std::ifstream(disk_).read(bytes.data(), 8).gcount()));
         return bytes;
     }
-    // How a call ends in a process of its own that has the disk open: 0, an errno, or -1, a signal.
+    // Result of a call in a child process that has the disk open: 0, an errno, or -1 for a signal.
     int Try(bool filtered, const std::function<long(long)>& call) const {
         return Child([&] {
                    const int fd = filtered && !ConfineProcess() ? -1 : open(disk_.c_str(), O_RDWR);
@@ -56,7 +55,7 @@ class ConfinementTest : public PrivateRootTest {
     const std::string disk_ = in_device ? DiskInfo::GetRootDevicePath() : "/run/disk";
 };
 
-TEST_F(ConfinementTest, TheDiskOpensForWritingAndNothingChangesIt) {
+TEST_F(ConfinementTest, DiskOpensForWritingAndNothingChangesIt) {
     WriteFile("/run/source", "changedchanged");  // read twice
     const long source = open("/run/source", O_RDONLY);
     int ends[2], pair[2];
@@ -66,11 +65,11 @@ TEST_F(ConfinementTest, TheDiskOpensForWritingAndNothingChangesIt) {
     iovec part{text, 7};
     mmsghdr message{{nullptr, 0, &part, 1, nullptr, 0, 0}, 0};
     const auto at = [](const void* address) { return reinterpret_cast<long>(address); };
-    // Without the filter: the disk changes, or the call ends with an errno or 0. Whether there is
-    // an io_uring depends on the machine.
+    // `without` is the result without the filter: the disk changes, or an errno or 0. kUnknown: it
+    // depends on the machine.
     constexpr int kChanges = -1, kUnknown = -2, kPrivate = MAP_PRIVATE | MAP_ANONYMOUS;
     constexpr int kPunch = FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE;
-    static constexpr long kDisk = -1000;  // stands for the descriptor
+    static constexpr long kDisk = -1000;  // replaced by the descriptor
     const struct {
         const char* name;
         long words[7];
@@ -90,7 +89,7 @@ TEST_F(ConfinementTest, TheDiskOpensForWritingAndNothingChangesIt) {
         {"O_TMPFILE", {SYS_openat, 0, at("/run"), O_RDWR | O_TMPFILE, 0600}, 0},
         {"shared memory", {SYS_mmap, 0, 4096, PROT_WRITE, MAP_SHARED, kDisk}, 0},
         {"io_uring_setup", {SYS_io_uring_setup, 1}, kUnknown},
-        {"a stream closed", {SYS_close, 2}, 0},
+        {"close of a standard stream", {SYS_close, 2}, 0},
         {"dup3", {SYS_dup3, kDisk, 1}, 0},
         {"F_DUPFD", {SYS_fcntl, kDisk, F_DUPFD}, 0},
         {"BLKDISCARD", {SYS_ioctl, kDisk, BLKDISCARD}, ENOTTY},
@@ -100,9 +99,9 @@ TEST_F(ConfinementTest, TheDiskOpensForWritingAndNothingChangesIt) {
         {"recvmsg", {SYS_recvmsg, pair[0], at(&message.msg_hdr), MSG_DONTWAIT}, EAGAIN},
         {"sendmmsg", {SYS_sendmmsg, pair[0], at(&message), 1}, 0},
         {"execve", {SYS_execve, at("/none")}, ENOENT},
-        {"a signal to another", {SYS_tgkill, getpid(), getpid(), SIGABRT}, kUnknown},
+        {"signal to another process", {SYS_tgkill, getpid(), getpid(), SIGABRT}, kUnknown},
         {"executable memory", {SYS_mmap, 0, 4096, PROT_EXEC, kPrivate, -1}, 0},
-        {"memory made executable", {SYS_mprotect, 0, 0, PROT_EXEC}, 0},
+        {"mprotect to executable", {SYS_mprotect, 0, 0, PROT_EXEC}, 0},
         {"AF_INET", {SYS_socket, AF_INET, SOCK_STREAM}, 0},
     };
     for (const auto& c : cases) {
@@ -122,8 +121,8 @@ TEST_F(ConfinementTest, TheDiskOpensForWritingAndNothingChangesIt) {
 }
 
 #ifdef __x86_64__
-// Its number 5 is open, and ours is fstat, which is allowed.
-TEST_F(ConfinementTest, ACallOfTheOtherArchitectureEndsTheProcess) {
+// Number 5 is open on i386 and fstat, which is allowed, on x86-64.
+TEST_F(ConfinementTest, CallOfTheOtherArchitectureKillsTheProcess) {
     const auto open_32 = [](long result) {
         asm volatile("int $0x80" : "=a"(result) : "a"(5), "b"(0), "c"(0) : "memory");
         return result;
@@ -139,7 +138,7 @@ bool DaemonAnswers() {
            AStatus_getExceptionCode(service->getDiskPower(&power).get()) == EX_SERVICE_SPECIFIC;
 }
 
-TEST_F(ConfinementTest, TheDaemonServesBehindTheFilterOrNotAtAll) {
+TEST_F(ConfinementTest, DaemonServesBehindTheFilterOrExits) {
     const Child daemon({SERVICE_PROGRAM}, "/run/service");
     ASSERT_TRUE(Eventually(DaemonAnswers));
     std::stringstream status;
@@ -149,7 +148,7 @@ TEST_F(ConfinementTest, TheDaemonServesBehindTheFilterOrNotAtAll) {
     const struct {
         const char* fault;
         const char* text;
-        bool answers;  // without a filter, where the kernel has none
+        bool answers;  // a kernel without filters: the daemon serves unfiltered
     } cases[] = {
         {"EACCES", "system call filter: Permission denied\n+++ exited with 1 +++", false},
         {"ENOSYS", "WARNING DiskInfoService ", true},
@@ -162,7 +161,7 @@ TEST_F(ConfinementTest, TheDaemonServesBehindTheFilterOrNotAtAll) {
                      "/run/strace");
         EXPECT_TRUE(Eventually([&] { return strace.err().find(c.text) != std::string::npos; }));
         EXPECT_EQ(DaemonAnswers(), c.answers);
-        strace.Kill(SIGTERM);  // as strace does the daemon
+        strace.Kill(SIGTERM);  // strace passes it on to the daemon
         (void)strace.Wait();
     }
 }

@@ -1,4 +1,4 @@
-// A device made of files: a UFS disk with its descriptors, and two ext4 filesystems.
+// A device as files in the private root: a UFS disk with its descriptors and two ext4 filesystems.
 #pragma once
 
 #include <private_root.h>
@@ -10,8 +10,8 @@
 inline constexpr char kController[] = "/sys/devices/pci0/0000:05";
 inline constexpr char kUnit[] = "/sys/devices/pci0/0000:05/host2/target2:0:0/2:0:0:0";
 
-// The attributes of the unit, S, and the controller, H, in the order in which identity and then
-// health read them.
+// Attributes of the unit, S, and the controller, H, in the order in which first the identity and
+// then the health record is read.
 inline const std::vector<std::pair<std::string, std::string>> kUfsFiles = {
     {"S/vendor", "ACME"},
     {"S/model", "Fast 1"},
@@ -37,22 +37,39 @@ inline const std::vector<std::pair<std::string, std::string>> kUfsFiles = {
     {"H/health_descriptor/life_time_estimation_b", "0x09"},
     {"S/ioerr_cnt", "0x1f"}};
 
-inline void PlaceDevice() {
-    const std::string unit = kUnit;
-    WriteFile("/dev/block/sda2", "");
-    WriteFile("/dev/block/sda", "");
-    WriteLink("/dev/block/by-name/userdata", "/dev/block/sda2");
-    WriteLink("/dev/block/by-name/metadata", "/dev/block/sda1");
-    WriteLink("/dev/block/mapper/userdata", "/dev/block/dm-0");
+// Path of a file that is named as in kUfsFiles.
+inline std::string UfsFile(const std::string& name) {
+    return name[0] == 'S'   ? kUnit + name.substr(1)
+           : name[0] == 'H' ? kController + name.substr(1)
+                            : name;
+}
+
+inline void PlaceDataPartition(const std::string& disk, const std::string& partition) {
+    WriteFile("/dev/block/" + disk, "");
+    WriteFile("/dev/block/" + partition, "");
+    WriteLink("/dev/block/by-name/userdata", "/dev/block/" + partition);
+}
+
+// Places the disk sda in the directory of the unit, below /sys.
+inline void PlaceUnit(const std::string& unit) {
     MakeDirectory(unit + "/block/sda");
     WriteLink("/sys/block/sda", ".." + unit.substr(4) + "/block/sda");
-    for (const auto& [path, content] : kUfsFiles) {
-        const std::string top = path[0] == 'S' ? unit : path[0] == 'H' ? kController : "/";
-        WriteFile(top + path.substr(1), content + "\n");
-    }
-    for (const std::string filesystem : {"/sys/fs/ext4/dm-0", "/sys/fs/ext4/sda1"}) {
-        WriteFile(filesystem + "/errors_count", "3\n");
-        WriteFile(filesystem + "/last_error_func", "ext4_f\n");
-        WriteFile(filesystem + "/last_error_errcode", "5\n");
-    }
+}
+
+inline void PlaceFilesystem(const std::string& device, const std::string& count = "3\n",
+                            const std::string& function = "ext4_f\n",
+                            const std::string& code = "5\n") {
+    WriteFile("/sys/fs/ext4/" + device + "/errors_count", count);
+    WriteFile("/sys/fs/ext4/" + device + "/last_error_func", function);
+    WriteFile("/sys/fs/ext4/" + device + "/last_error_errcode", code);
+}
+
+inline void PlaceDevice() {
+    PlaceDataPartition("sda", "sda2");
+    WriteLink("/dev/block/by-name/metadata", "/dev/block/sda1");
+    WriteLink("/dev/block/mapper/userdata", "/dev/block/dm-0");
+    PlaceUnit(kUnit);
+    for (const auto& [name, content] : kUfsFiles) WriteFile(UfsFile(name), content + "\n");
+    PlaceFilesystem("dm-0");
+    PlaceFilesystem("sda1");
 }

@@ -1,5 +1,5 @@
-// The records that the code under test logs, taken instead of the system log. One at a time;
-// records of any thread are taken; after its end they are dropped.
+// Captures the records that the code under test logs, from all threads. One object at a time; after
+// its end records are dropped.
 #pragma once
 
 #include <logging/logging.h>
@@ -12,14 +12,12 @@
 class LogCapture {
   public:
     LogCapture() {
-        static char name[] = "test";
-        static char* arguments[] = {name, nullptr};
-        logging::InitLogging(arguments,
-                             [this](logging::LogId, logging::LogSeverity severity, const char*,
-                                    const char*, unsigned int, const char* message) {
-                                 const std::scoped_lock lock(mutex_);
-                                 records_.push_back(std::string{"VDIWEF"[severity], ' '} + message);
-                             });
+        logging::InitLogging(
+            nullptr, [this](logging::LogId, logging::LogSeverity severity, const char*, const char*,
+                            unsigned int, const char* message) {
+                const std::scoped_lock lock(mutex_);
+                records_.push_back(std::string{"VDIWEF"[severity], ' '} + message);
+            });
     }
     ~LogCapture() {
         logging::InitLogging(nullptr, [](auto...) {});
@@ -27,7 +25,7 @@ class LogCapture {
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    // The records since the last call, oldest first: severity's initial, blank, message.
+    // The records since the last call, oldest first: initial of the severity, space, message.
     std::vector<std::string> Take() {
         const std::scoped_lock lock(mutex_);
         return std::exchange(records_, {});

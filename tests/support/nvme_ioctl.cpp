@@ -16,6 +16,20 @@ namespace {
 
 FakeNvme* current = nullptr;
 
+void AnswerCommand(nvme_passthru_cmd expected, const NvmeReply& reply, nvme_passthru_cmd* command) {
+    expected.addr = command->addr;
+    EXPECT_EQ(memcmp(command, &expected, sizeof(expected)), 0)
+        << "opcode " << +command->opcode << " nsid " << command->nsid << " cdw10 " << std::hex
+        << command->cdw10 << " data_len " << command->data_len << ", or a field that must be 0";
+    // The driver's interface holds the address as a number. NOLINTNEXTLINE(*-no-int-to-ptr)
+    auto* const buffer = reinterpret_cast<uint8_t*>(static_cast<uintptr_t>(command->addr));
+    EXPECT_EQ(buffer != nullptr, command->data_len != 0);
+    EXPECT_EQ(command->addr % 4096, 0U);
+    EXPECT_TRUE(std::all_of(buffer, buffer + command->data_len, [](uint8_t b) { return b == 0; }));
+    std::copy(reply.data.begin(), reply.data.end(), buffer);
+    command->result = reply.dword0;
+}
+
 }  // namespace
 
 std::vector<uint8_t> NvmePage(size_t offset, const std::string& bytes) {
@@ -61,25 +75,10 @@ int FakeNvme::Answer(int fd, unsigned long request, void* argument) {
     EXPECT_EQ(fcntl(fd, F_GETFD), size ? FD_CLOEXEC : 0);
     if (size) *static_cast<uint64_t*>(argument) = step.size_bytes;
     if (request == NVME_IOCTL_ADMIN_CMD) {
-        AnswerCommand(step, static_cast<nvme_passthru_cmd*>(argument));
+        AnswerCommand(step.command, step.reply, static_cast<nvme_passthru_cmd*>(argument));
     }
     if (step.reply.result < 0) errno = step.reply.error;
     return step.reply.result;
-}
-
-void FakeNvme::AnswerCommand(const Step& step, nvme_passthru_cmd* command) {
-    commands_.push_back(*command);
-    nvme_passthru_cmd expected = step.command;
-    expected.addr = command->addr;
-    EXPECT_EQ(memcmp(command, &expected, sizeof(expected)), 0)
-        << "opcode " << +command->opcode << " nsid " << command->nsid << " cdw10 " << std::hex
-        << command->cdw10 << " data_len " << command->data_len << ", or a field that must be 0";
-    // The driver's interface holds the address as a number. NOLINTNEXTLINE(*-no-int-to-ptr)
-    auto* const buffer = reinterpret_cast<uint8_t*>(static_cast<uintptr_t>(command->addr));
-    EXPECT_EQ(buffer != nullptr, command->data_len != 0);
-    EXPECT_TRUE(std::all_of(buffer, buffer + command->data_len, [](uint8_t b) { return b == 0; }));
-    std::copy(step.reply.data.begin(), step.reply.data.end(), buffer);
-    command->result = step.reply.dword0;
 }
 
 extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {

@@ -1,4 +1,4 @@
-// Parcels from and to the 4-byte words that they are made of; little-endian hosts.
+// Converts parcels from and to 4-byte words, on little-endian hosts.
 #pragma once
 
 #include <binder/interface_utils.h>
@@ -12,7 +12,7 @@
 
 static_assert(std::endian::native == std::endian::little, "expected bytes are little-endian");
 
-// Positioned at its start.
+// A parcel positioned at its start.
 inline binder::ScopedParcel ParcelOf(const std::vector<int32_t>& words) {
     binder::ScopedParcel parcel(AParcel_create());
     for (const int32_t word : words) EXPECT_EQ(AParcel_writeInt32(parcel.get(), word), STATUS_OK);
@@ -28,12 +28,12 @@ inline std::vector<int32_t> WordsOf(const AParcel* parcel, int32_t start = 0) {
     return words;
 }
 
-// The bytes in memory order: "0c000000 05000000".
+// The words in memory order, as in "0c000000 05000000".
 inline std::string HexOf(const std::vector<int32_t>& words) {
     std::string text;
     for (const int32_t word : words) {
         char digits[16];
-        std::snprintf(digits, sizeof digits, "%s%08x", text.empty() ? "" : " ",
+        std::snprintf(digits, sizeof(digits), "%s%08x", text.empty() ? "" : " ",
                       __builtin_bswap32(static_cast<uint32_t>(word)));
         text += digits;
     }

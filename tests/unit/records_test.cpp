@@ -1,5 +1,5 @@
-// What clients can make the daemon write: bounded in number and size, one line each, not waited
-// for.
+// Records that clients can make the daemon write: limited in number and size, one line each, never
+// blocking.
 #include <daemon.h>
 #include <gmock/gmock.h>
 #include <linux/close_range.h>
@@ -21,7 +21,7 @@ using testing::MatchesRegex;
 
 namespace {
 
-TEST(RecordLimitTest, TwentyFiveInThirtySecondsOfWhichOneSaysHowManyMoreThereWere) {
+TEST(RecordLimitTest, TwentyFiveInThirtySecondsIncludingOneWithTheNumberSuppressed) {
     LogCapture log;
     RecordLimit limit;
     const auto admitted = [&](std::chrono::milliseconds now, int count) {
@@ -31,20 +31,21 @@ TEST(RecordLimitTest, TwentyFiveInThirtySecondsOfWhichOneSaysHowManyMoreThereWer
     };
     EXPECT_EQ(admitted(1s, 10), 10);
     EXPECT_EQ(admitted(29s, 14), 14);
-    EXPECT_EQ(admitted(31s, 10), 10);  // as many as are 30 seconds old
+    EXPECT_EQ(admitted(31s, 10), 10);  // those of second 1 have expired
     EXPECT_EQ(admitted(60'999ms, 100), 14);
     EXPECT_EQ(admitted(90'998ms, 1), 0);
     EXPECT_THAT(log.Take(), ElementsAre());
     EXPECT_EQ(admitted(90'999ms, 100), 23);
-    EXPECT_THAT(log.Take(), ElementsAre("W Suppressed records, those above 25 in 30 seconds: 87"));
+    EXPECT_THAT(log.Take(), ElementsAre("W Suppressed 87 records: the limit is 25 in 30 seconds"));
     limit.ReportSuppressed();
     limit.ReportSuppressed();
-    EXPECT_THAT(log.Take(), ElementsAre("W Suppressed records, those above 25 in 30 seconds: 77"));
+    EXPECT_THAT(log.Take(), ElementsAre("W Suppressed 77 records: the limit is 25 in 30 seconds"));
 }
 
 using RecordsTest = PrivateRootTest;
 
-// The body of a child: the daemon, started for a socket and with standard error for its one stream.
+// Body of a child: executes the daemon with a socket from the service manager, standard error, and
+// the other two streams closed.
 void Serve(int listener, int error) {
     dup2(error, 2);
     dup2(listener, 3);
@@ -56,12 +57,12 @@ void Serve(int listener, int error) {
     execl(SERVICE_PROGRAM, SERVICE_PROGRAM, nullptr);
 }
 
-TEST_F(RecordsTest, BadNamesAndAStuckStandardErrorDoNotStopTheDaemon) {
+TEST_F(RecordsTest, BadNamesAndAFullStandardErrorDoNotStopTheDaemon) {
     const int listener = socket(AF_UNIX, SOCK_SEQPACKET, 0);
     sockaddr_un address{AF_UNIX, ""};
     std::strcpy(address.sun_path, kPath);
     MakeDirectory(std::filesystem::path(kPath).parent_path());
-    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
     ASSERT_EQ(listen(listener, 9), 0);
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
@@ -82,20 +83,22 @@ TEST_F(RecordsTest, BadNamesAndAStuckStandardErrorDoNotStopTheDaemon) {
     std::string flags;
     std::getline(std::ifstream(process + "/fdinfo/2").ignore(99, '\n'), flags);
     EXPECT_THAT(flags, MatchesRegex("flags:.*4001"));  // O_NONBLOCK and O_WRONLY
-    EXPECT_EQ(fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0) << "others share it";
+    EXPECT_EQ(fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0)
+        << "the shared description must stay blocking";
 
-    // As many records as it holds, then no more until the one that the idle daemon ends with.
+    // The pipe holds the first records; the next one is the WARNING when the idle daemon exits.
     const auto take = [&] {
         char bytes[8192];
-        return std::string(bytes, size_t(std::max(ssize_t{0}, read(ends[0], bytes, 8192))));
+        return std::string(bytes,
+                           static_cast<size_t>(std::max(ssize_t{0}, read(ends[0], bytes, 8192))));
     };
     const std::string records = take();
     EXPECT_THAT(records, MatchesRegex("((ERROR DiskInfoService |sysfs path )[ -~]*\\\\n<0>forged"
                                       "\\\\x1b\\[2J[ -~]*\\.\\.\\.\n){3,8}"));
-    EXPECT_LE(ssize_t(records.size()), 1024 * std::ranges::count(records, '\n'));
+    EXPECT_LE(std::ssize(records), 1024 * std::ranges::count(records, '\n'));
     close(ends[1]);
     EXPECT_EQ(daemon.Wait(), 0);
-    EXPECT_THAT(take(), MatchesRegex("WARNING DiskInfoService .* seconds: 176\n"));
+    EXPECT_THAT(take(), MatchesRegex("WARNING DiskInfoService .* Suppressed 176 records: .*\n"));
 }
 
 }  // namespace

@@ -12,9 +12,8 @@ using binder::StrongBinder;
 
 namespace {
 
-// Entry i names the method of code i + 1.
-const char* function_names[] = {"getDiskInfo", "getDiskHealth", "getDiskPower",
-                                "getFilesystemInfo"};
+// Entry i is the name of the method with code i + 1.
+const char* functionNames[] = {"getDiskInfo", "getDiskHealth", "getDiskPower", "getFilesystemInfo"};
 
 AIBinder_Class* defineClass() {
     AIBinder_Class* clazz =
@@ -23,8 +22,8 @@ AIBinder_Class* defineClass() {
     if (clazz == nullptr) return nullptr;
     AIBinder_Class_setOnDump(clazz, ICInterfaceData::onDump);
     AIBinder_Class_setHandleShellCommand(clazz, ICInterfaceData::handleShellCommand);
-    AIBinder_Class_setTransactionCodeToFunctionNameMap(clazz, function_names,
-                                                       std::size(function_names));
+    AIBinder_Class_setTransactionCodeToFunctionNameMap(clazz, functionNames,
+                                                       std::size(functionNames));
     return clazz;
 }
 
@@ -32,7 +31,7 @@ template <typename Parcelable>
 binder_status_t writeResult(AParcel* reply, const ScopedStatus& status,
                             const std::optional<Parcelable>& result) {
     if (binder_status_t written = AParcel_writeStatusHeader(reply, status.get())) return written;
-    // The client reads the failure from the header: nothing follows.
+    // After a failure the reply ends with the header.
     if (!status.isOk()) return STATUS_OK;
     return AParcel_writeNullableData(reply, result);
 }
@@ -84,7 +83,7 @@ StrongBinder BnDiskInfoService::createBinder() {
 
 binder_status_t BnDiskInfoService::onTransact(AIBinder* binder, transaction_code_t code,
                                               const AParcel* request, AParcel* reply) {
-    // Held until the call is over: the object cannot go away under it.
+    // Keeps the object alive during the call.
     const auto service =
         std::static_pointer_cast<BnDiskInfoService>(ICInterfaceData::getInterface(binder));
     if (!service) return STATUS_DEAD_OBJECT;

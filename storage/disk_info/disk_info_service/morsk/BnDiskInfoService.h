@@ -1,5 +1,5 @@
-// The server side of IDiskInfoService: turns transactions into calls of the four methods, which a
-// subclass implements, and answers the two meta transactions from the interface's constants.
+// Server side of IDiskInfoService: dispatches transactions to the four methods, which a subclass
+// implements, and answers the two meta transactions with the constants of the interface.
 #pragma once
 
 #include <morsk/IDiskInfoService.h>
@@ -11,8 +11,8 @@ class BnDiskInfoService : public binder::BnCInterface<IDiskInfoService> {
     binder::ScopedStatus getInterfaceVersion(int32_t* result) override;
     binder::ScopedStatus getInterfaceHash(std::string* result) override;
 
-    // The class's transaction function. The result tells how the transaction went; a method's own
-    // failure travels in the reply's status header with STATUS_OK.
+    // Transaction function of the binder class. Returns the transport status. If a method fails,
+    // its status is in the status header of the reply and the result is STATUS_OK.
     static binder_status_t onTransact(AIBinder* binder, transaction_code_t code,
                                       const AParcel* request, AParcel* reply);
 

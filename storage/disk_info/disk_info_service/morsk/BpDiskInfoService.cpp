@@ -19,7 +19,7 @@ binder_status_t readResult(const AParcel* reply, std::string* result) {
     return AParcel_readData(reply, result);
 }
 
-// Takes the request over.
+// Sends the request and consumes it.
 template <typename Result>
 ScopedStatus transact(AIBinder* binder, transaction_code_t code, ScopedParcel request,
                       Result* result) {

@@ -1,8 +1,8 @@
-// The client side of IDiskInfoService: sends each call to the binder it holds, local or remote.
+// Client side of IDiskInfoService: sends each call to its binder, local or remote.
 //
-// Beside the service's own statuses a method returns EX_TRANSACTION_FAILED, with the transport
-// code in AStatus_getStatus, when the call did not reach the service or its reply is malformed.
-// *result is then as it was.
+// In addition to the statuses of the service, a method returns EX_TRANSACTION_FAILED if the call
+// did not reach the service or the reply is malformed. AStatus_getStatus then has the transport
+// code, and *result is unchanged.
 #pragma once
 
 #include <morsk/IDiskInfoService.h>

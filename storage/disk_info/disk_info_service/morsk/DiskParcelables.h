@@ -1,4 +1,4 @@
-// The unions that carry one answer about the disk, whatever its kind.
+// Unions that carry the result of a call about the disk: an NVMe or a UFS parcelable.
 #pragma once
 
 #include <morsk/NvmeParcelables.h>
@@ -9,8 +9,8 @@
 
 namespace morsk::com::quendar::tavisk::disk_info {
 
-// Holds exactly one arm at any time; a default-made one holds an `nvme` arm of defaults. On the
-// wire: int32 tag, int32 1, the framed arm; the union has no frame of its own.
+// Always holds exactly one arm; a default-constructed union holds a default `nvme` arm. On the
+// wire: int32 tag, int32 1, the framed arm. The union itself has no frame.
 template <typename Nvme, typename Ufs>
 class DiskUnion {
   public:
@@ -22,14 +22,14 @@ class DiskUnion {
 
     Tag getTag() const { return static_cast<Tag>(arm_.index()); }
 
-    // The held arm; null when the other one is held.
+    // The arm; null if the union holds the other one.
     const Nvme* nvme() const { return std::get_if<Nvme>(&arm_); }
     const Ufs* ufs() const { return std::get_if<Ufs>(&arm_); }
 
-    // The first failing write's status.
+    // The status of the first write that fails.
     binder_status_t writeToParcel(AParcel* parcel) const;
-    // STATUS_BAD_VALUE for an unknown tag, STATUS_UNEXPECTED_NULL for a missing arm. On any
-    // failure the union is as it was.
+    // STATUS_BAD_VALUE: unknown tag; STATUS_UNEXPECTED_NULL: no arm. On failure the union is
+    // unchanged. Defined in morsk_client.
     binder_status_t readFromParcel(const AParcel* parcel);
 
     bool operator==(const DiskUnion&) const = default;

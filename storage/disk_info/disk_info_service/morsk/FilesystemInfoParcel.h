@@ -1,8 +1,7 @@
-// What clients receive about an ext4 filesystem: the error counters that its driver keeps.
+// Error counters of an ext4 filesystem, as sent to clients.
 #pragma once
 
-#include <binder/parcel.h>
-#include <morsk/fields.h>
+#include <morsk/framing.h>
 
 #include <cstdint>
 #include <string>
@@ -10,11 +9,12 @@
 
 namespace morsk::com::quendar::tavisk::disk_info {
 
+// From the files named here in the filesystem's directory below /sys/fs/ext4.
 struct FilesystemInfoParcel {
-    int64_t errorCount = 0;         // errors_count; 0 also where it is no number
-    std::string lastErrorFunction;  // last_error_func: the driver's function; empty: no error yet
-    int32_t lastErrorCode = 0;      // last_error_errcode: ext4's own code; 0 also where no number
-    std::string sysfsPath;          // the directory that the values come from
+    int64_t errorCount = 0;         // errors_count; 0 also if it is no 64-bit number
+    std::string lastErrorFunction;  // last_error_func, a kernel function; "": no error recorded
+    int32_t lastErrorCode = 0;  // last_error_errcode, ext4's own code; 0 also if no 32-bit number
+    std::string sysfsPath;      // the directory
 
     static constexpr auto kFields =
         std::tuple(Field{"errorCount", &FilesystemInfoParcel::errorCount},
@@ -22,8 +22,8 @@ struct FilesystemInfoParcel {
                    Field{"lastErrorCode", &FilesystemInfoParcel::lastErrorCode},
                    Field{"sysfsPath", &FilesystemInfoParcel::sysfsPath});
 
-    binder_status_t writeToParcel(AParcel* parcel) const;
-    binder_status_t readFromParcel(const AParcel* parcel);
+    binder_status_t writeToParcel(AParcel* parcel) const { return writeFramed(parcel, *this); }
+    binder_status_t readFromParcel(const AParcel* parcel) { return readFramed(parcel, this); }
     bool operator==(const FilesystemInfoParcel&) const = default;
 };
 

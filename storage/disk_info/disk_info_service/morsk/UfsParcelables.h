@@ -1,9 +1,9 @@
-// What clients receive about a UFS disk, from the kernel's attributes of its descriptors. A value
-// whose attribute is missing or malformed is an empty text, 0 or false.
+// Identity, health and link state of a UFS disk, as sent to clients. S is the sysfs directory of
+// the SCSI device, H that of the UFS host controller. Texts are as the kernel writes them. "", 0 or
+// false also means that the file is missing or malformed. Names in comments: UFS descriptors.
 #pragma once
 
-#include <binder/parcel.h>
-#include <morsk/fields.h>
+#include <morsk/framing.h>
 
 #include <cstdint>
 #include <string>
@@ -12,26 +12,26 @@
 namespace morsk::com::quendar::tavisk::disk_info {
 
 struct UfsInfoParcel {
-    std::string type;  // "UFS"; empty: the disk was not found in sysfs
-    std::string vendor;
-    std::string modelNumber;
-    std::string firmwareRevision;
-    bool ffuSupport = false;           // field firmware update
+    std::string type;                  // "UFS"; "": S or H was not found
+    std::string vendor;                // S/vendor
+    std::string modelNumber;           // S/model
+    std::string firmwareRevision;      // S/rev
+    bool ffuSupport = false;           // dExtendedUFSFeaturesSupport bit 0: field firmware update
     int32_t specVersion = 0;           // wSpecVersion, BCD: 0x0310 is 3.1
     int32_t provisioningType = 0;      // bProvisioningType
-    int32_t writeBoosterSupport = 0;   // 0 or 1
-    bool writeBoosterEnabled = false;  // wb_on
-    bool writeBoosterBufferPreserveUserSpaceEn = false;
-    int32_t writeBoosterBufferType = 0;         // 0: dedicated to the logical unit, else shared
-    float writeBoosterFraction = 0.0F;          // the buffer's share of the disk, 0 to 1
-    int32_t writeBoosterCurrentAllocUnits = 0;  // unsigned bits
-    int32_t writeBoosterMaxAllocUnits = 0;      // unsigned bits
-    std::string ufsFeatures;                    // bUFSFeaturesSupport as the kernel writes it
-    std::string extendedFeatureSupport;         // dExtendedUFSFeaturesSupport, likewise
-    std::string gear;
-    std::string rate;
-    std::string dataLanes;
-    int64_t size = 0;  // of the block device, in bytes
+    int32_t writeBoosterSupport = 0;   // dExtendedUFSFeaturesSupport bit 8: 0 or 1
+    bool writeBoosterEnabled = false;  // H/wb_on
+    bool writeBoosterBufferPreserveUserSpaceEn = false;  // bWriteBoosterBufferPreserveUserSpaceEn
+    int32_t writeBoosterBufferType = 0;         // 0: buffer of the logical unit; otherwise shared
+    float writeBoosterFraction = 0.0F;          // size of the buffer / size of the disk
+    int32_t writeBoosterCurrentAllocUnits = 0;  // size of the buffer, in allocation units; unsigned
+    int32_t writeBoosterMaxAllocUnits = 0;      // dWriteBoosterBufferMaxNAllocUnits; unsigned
+    std::string ufsFeatures;                    // bUFSFeaturesSupport
+    std::string extendedFeatureSupport;         // dExtendedUFSFeaturesSupport
+    std::string gear;                           // H/power_info/gear
+    std::string rate;                           // H/power_info/rate
+    std::string dataLanes;                      // H/power_info/lane
+    int64_t size = 0;                           // size of the block device, in bytes
 
     static constexpr auto kFields = std::tuple(
         Field{"type", &UfsInfoParcel::type}, Field{"vendor", &UfsInfoParcel::vendor},
@@ -55,18 +55,19 @@ struct UfsInfoParcel {
         Field{"dataLanes", &UfsInfoParcel::dataLanes},
         Field{"size", &UfsInfoParcel::size, kUnsigned});
 
-    binder_status_t writeToParcel(AParcel* parcel) const;
-    binder_status_t readFromParcel(const AParcel* parcel);
+    binder_status_t writeToParcel(AParcel* parcel) const { return writeFramed(parcel, *this); }
+    binder_status_t readFromParcel(const AParcel* parcel) { return readFramed(parcel, this); }
     bool operator==(const UfsInfoParcel&) const = default;
 };
 
-// The UFS Health Descriptor's bytes as the kernel writes them, and the SCSI I/O error counter.
 struct UfsHealthInfoParcel {
     std::string preEndOfLifeInfo;           // bPreEOLInfo
     std::string deviceLifeTimeEstimationA;  // bDeviceLifeTimeEstA
     std::string deviceLifeTimeEstimationB;  // bDeviceLifeTimeEstB
-    int64_t totalNumberOfErrors = 0;        // ioerr_cnt; unsigned bits
-    std::string discardReadValue;  // what a discarded block reads as: "any", "0", "undefined"
+    int64_t totalNumberOfErrors = 0;        // S/ioerr_cnt, SCSI I/O errors; unsigned
+    // From bProvisioningType. "any": discarded blocks read as arbitrary data; "0": as zeros;
+    // "undefined": not reported or not read.
+    std::string discardReadValue;
 
     static constexpr auto kFields = std::tuple(
         Field{"preEndOfLifeInfo", &UfsHealthInfoParcel::preEndOfLifeInfo},
@@ -75,20 +76,20 @@ struct UfsHealthInfoParcel {
         Field{"totalNumberOfErrors", &UfsHealthInfoParcel::totalNumberOfErrors, kUnsigned},
         Field{"discardReadValue", &UfsHealthInfoParcel::discardReadValue});
 
-    binder_status_t writeToParcel(AParcel* parcel) const;
-    binder_status_t readFromParcel(const AParcel* parcel);
+    binder_status_t writeToParcel(AParcel* parcel) const { return writeFramed(parcel, *this); }
+    binder_status_t readFromParcel(const AParcel* parcel) { return readFramed(parcel, this); }
     bool operator==(const UfsHealthInfoParcel&) const = default;
 };
 
 struct UfsPowerInfoParcel {
-    std::string linkState;  // as the kernel writes it
+    std::string linkState;  // H/power_info/link_state
     bool isActive = false;  // linkState is "ACTIVE"
 
     static constexpr auto kFields = std::tuple(Field{"linkState", &UfsPowerInfoParcel::linkState},
                                                Field{"isActive", &UfsPowerInfoParcel::isActive});
 
-    binder_status_t writeToParcel(AParcel* parcel) const;
-    binder_status_t readFromParcel(const AParcel* parcel);
+    binder_status_t writeToParcel(AParcel* parcel) const { return writeFramed(parcel, *this); }
+    binder_status_t readFromParcel(const AParcel* parcel) { return readFramed(parcel, this); }
     bool operator==(const UfsPowerInfoParcel&) const = default;
 };
 

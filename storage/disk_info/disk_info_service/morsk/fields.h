@@ -1,19 +1,19 @@
-// The fields of a structured parcelable, written once: each class lists them as `kFields`, in wire
-// order, and whoever handles fields one by one (the writer, the reader, a printer) walks that list.
+// Field lists of the structured parcelables. Each class lists its fields in wire order as
+// `kFields`; writer, reader, comparison and output iterate over that list.
 #pragma once
 
 #include <tuple>
 
 namespace morsk::com::quendar::tavisk::disk_info {
 
-// A counter whose bits are unsigned although the wire type is signed.
+// Marks an unsigned counter, which the wire carries as a signed number with the same bits.
 inline constexpr bool kUnsigned = true;
 
 template <typename Parcelable, typename Value>
 struct Field {
     const char* name;
     Value Parcelable::*member;
-    bool is_unsigned = false;
+    bool isUnsigned = false;
 };
 template <typename Parcelable, typename Value>
 Field(const char*, Value Parcelable::*) -> Field<Parcelable, Value>;

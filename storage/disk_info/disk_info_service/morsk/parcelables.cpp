@@ -1,51 +1,24 @@
+#include <binder/parcel_utils.h>
 #include <logging/logging.h>
 #include <morsk/DiskParcelables.h>
 #include <morsk/FilesystemInfoParcel.h>
-#include <morsk/framing.h>
 
 namespace morsk::com::quendar::tavisk::disk_info {
 
-binder_status_t NvmeInfoParcel::writeToParcel(AParcel* parcel) const {
-    return writeFramed(parcel, *this);
-}
-binder_status_t NvmeInfoParcel::readFromParcel(const AParcel* parcel) {
-    return readFramed(parcel, this);
-}
-binder_status_t NvmeHealthInfoParcel::writeToParcel(AParcel* parcel) const {
-    return writeFramed(parcel, *this);
-}
-binder_status_t NvmeHealthInfoParcel::readFromParcel(const AParcel* parcel) {
-    return readFramed(parcel, this);
-}
-binder_status_t NvmePowerInfoParcel::writeToParcel(AParcel* parcel) const {
-    return writeFramed(parcel, *this);
-}
-binder_status_t NvmePowerInfoParcel::readFromParcel(const AParcel* parcel) {
-    return readFramed(parcel, this);
-}
-binder_status_t UfsInfoParcel::writeToParcel(AParcel* parcel) const {
-    return writeFramed(parcel, *this);
-}
-binder_status_t UfsInfoParcel::readFromParcel(const AParcel* parcel) {
-    return readFramed(parcel, this);
-}
-binder_status_t UfsHealthInfoParcel::writeToParcel(AParcel* parcel) const {
-    return writeFramed(parcel, *this);
-}
-binder_status_t UfsHealthInfoParcel::readFromParcel(const AParcel* parcel) {
-    return readFramed(parcel, this);
-}
-binder_status_t UfsPowerInfoParcel::writeToParcel(AParcel* parcel) const {
-    return writeFramed(parcel, *this);
-}
-binder_status_t UfsPowerInfoParcel::readFromParcel(const AParcel* parcel) {
-    return readFramed(parcel, this);
-}
-binder_status_t FilesystemInfoParcel::writeToParcel(AParcel* parcel) const {
-    return writeFramed(parcel, *this);
-}
-binder_status_t FilesystemInfoParcel::readFromParcel(const AParcel* parcel) {
-    return readFramed(parcel, this);
+template <typename Parcelable>
+binder_status_t writeFramed(AParcel* parcel, const Parcelable& value) {
+    const int32_t start = AParcel_getDataPosition(parcel);
+    binder_status_t status = AParcel_writeInt32(parcel, 0);
+    forEachField<Parcelable>([&](const auto& field) {
+        if (status == STATUS_OK) status = AParcel_writeData(parcel, value.*field.member);
+    });
+    if (status != STATUS_OK) return status;
+    const int32_t end = AParcel_getDataPosition(parcel);
+    // Cannot fail: the four bytes exist already.
+    AParcel_setDataPosition(parcel, start);
+    (void)AParcel_writeInt32(parcel, end - start);
+    AParcel_setDataPosition(parcel, end);
+    return STATUS_OK;
 }
 
 template <typename Nvme, typename Ufs>
@@ -62,31 +35,16 @@ binder_status_t DiskUnion<Nvme, Ufs>::writeToParcel(AParcel* parcel) const {
     return tag == Tag::nvme ? nvme()->writeToParcel(parcel) : ufs()->writeToParcel(parcel);
 }
 
-template <typename Arm, typename Union>
-static binder_status_t readArm(const AParcel* parcel, Union* result) {
-    Arm arm;
-    if (binder_status_t status = arm.readFromParcel(parcel)) return status;
-    *result = Union(std::move(arm));
-    return STATUS_OK;
-}
-
-template <typename Nvme, typename Ufs>
-binder_status_t DiskUnion<Nvme, Ufs>::readFromParcel(const AParcel* parcel) {
-    int32_t tag = 0;
-    int32_t present = 0;
-    if (binder_status_t status = AParcel_readInt32(parcel, &tag)) return status;
-    if (tag != static_cast<int32_t>(Tag::nvme) && tag != static_cast<int32_t>(Tag::ufs)) {
-        return STATUS_BAD_VALUE;
-    }
-    if (binder_status_t status = AParcel_readInt32(parcel, &present)) return status;
-    if (present == 0) return STATUS_UNEXPECTED_NULL;
-    if (present != 1) return STATUS_BAD_VALUE;
-    return tag == static_cast<int32_t>(Tag::nvme) ? readArm<Nvme>(parcel, this)
-                                                  : readArm<Ufs>(parcel, this);
-}
-
-template class DiskUnion<NvmeInfoParcel, UfsInfoParcel>;
-template class DiskUnion<NvmeHealthInfoParcel, UfsHealthInfoParcel>;
-template class DiskUnion<NvmePowerInfoParcel, UfsPowerInfoParcel>;
+// The only writers: other translation units see declarations.
+template binder_status_t writeFramed(AParcel*, const NvmeInfoParcel&);
+template binder_status_t writeFramed(AParcel*, const NvmeHealthInfoParcel&);
+template binder_status_t writeFramed(AParcel*, const NvmePowerInfoParcel&);
+template binder_status_t writeFramed(AParcel*, const UfsInfoParcel&);
+template binder_status_t writeFramed(AParcel*, const UfsHealthInfoParcel&);
+template binder_status_t writeFramed(AParcel*, const UfsPowerInfoParcel&);
+template binder_status_t writeFramed(AParcel*, const FilesystemInfoParcel&);
+template binder_status_t DiskInfoParcel::writeToParcel(AParcel*) const;
+template binder_status_t DiskHealthParcel::writeToParcel(AParcel*) const;
+template binder_status_t DiskPowerParcel::writeToParcel(AParcel*) const;
 
 }  // namespace morsk::com::quendar::tavisk::disk_info

@@ -2,6 +2,7 @@
 #include <disk_info/disk_info.h>
 #include <disk_info/filesystem_info.h>
 #include <disk_info/nvme_info.h>
+#include <disk_info/sysfs.h>
 #include <disk_info/ufs_info.h>
 #include <logging/logging.h>
 #include <service/DiskInfoService.h>
@@ -20,7 +21,7 @@ namespace {
 
 constexpr int32_t kUnavailable = -1;
 
-std::optional<DiskInfoParcel> readInfo(storage::NvmeInfo& disk) {
+std::optional<DiskInfoParcel> ReadInfo(storage::NvmeInfo& disk) {
     const storage::NvmeInfoData data = disk.GetNvmeControllerId();
     NvmeInfoParcel info;
     info.type = data.type;
@@ -35,7 +36,7 @@ std::optional<DiskInfoParcel> readInfo(storage::NvmeInfo& disk) {
     return info;
 }
 
-std::optional<DiskInfoParcel> readInfo(storage::UfsInfo& disk) {
+std::optional<DiskInfoParcel> ReadInfo(storage::UfsInfo& disk) {
     const storage::UfsInfoData data = disk.GetUfsControllerId();
     UfsInfoParcel info;
     info.type = data.type;
@@ -63,7 +64,7 @@ std::optional<DiskInfoParcel> readInfo(storage::UfsInfo& disk) {
     return info;
 }
 
-std::optional<DiskHealthParcel> readHealth(storage::NvmeInfo& disk) {
+std::optional<DiskHealthParcel> ReadHealth(storage::NvmeInfo& disk) {
     const std::optional<storage::NvmeHealthData> data = disk.GetNvmeHealthInfo();
     if (!data) return std::nullopt;
     NvmeHealthInfoParcel health;
@@ -78,7 +79,7 @@ std::optional<DiskHealthParcel> readHealth(storage::NvmeInfo& disk) {
     return health;
 }
 
-std::optional<DiskHealthParcel> readHealth(storage::UfsInfo& disk) {
+std::optional<DiskHealthParcel> ReadHealth(storage::UfsInfo& disk) {
     const std::optional<storage::UfsHealthData> data = disk.GetUfsHealthInfo();
     if (!data) return std::nullopt;
     UfsHealthInfoParcel health;
@@ -90,7 +91,7 @@ std::optional<DiskHealthParcel> readHealth(storage::UfsInfo& disk) {
     return health;
 }
 
-std::optional<DiskPowerParcel> readPower(storage::NvmeInfo& disk) {
+std::optional<DiskPowerParcel> ReadPower(storage::NvmeInfo& disk) {
     const storage::NvmePowerData data = disk.GetNvmePowerInfo();
     NvmePowerInfoParcel power;
     power.currentPowerState = data.current_power_state;
@@ -99,7 +100,7 @@ std::optional<DiskPowerParcel> readPower(storage::NvmeInfo& disk) {
 }
 
 // The link state is part of the identity record.
-std::optional<DiskPowerParcel> readPower(storage::UfsInfo& disk) {
+std::optional<DiskPowerParcel> ReadPower(storage::UfsInfo& disk) {
     const storage::UfsInfoData data = disk.GetUfsControllerId();
     UfsPowerInfoParcel power;
     power.linkState = data.link_state;
@@ -107,11 +108,12 @@ std::optional<DiskPowerParcel> readPower(storage::UfsInfo& disk) {
     return power;
 }
 
-// The road that the three disk calls share. `read` takes an NvmeInfo& or a UfsInfo& and returns
-// the call's optional parcelable; `unsupported` is told the path of a disk of another kind.
+// Common part of the three disk calls. `read` is called with an NvmeInfo& or a UfsInfo& and returns
+// the optional parcelable of the call; `unsupported` is called with the path of a disk of another
+// kind.
 template <typename Parcelable, typename Read, typename Unsupported>
-ScopedStatus answer(std::optional<Parcelable>* result, Read&& read, Unsupported&& unsupported) {
-    // The storage object borrows the path: declared first, destroyed last.
+ScopedStatus Answer(std::optional<Parcelable>* result, Read&& read, Unsupported&& unsupported) {
+    // Declared before the storage object, which borrows it.
     const std::string path = storage::DiskInfo::GetRootDevicePath();
     if (path.empty()) {
         LOG(ERROR) << "Failed to determine root device path.";
@@ -134,21 +136,18 @@ ScopedStatus answer(std::optional<Parcelable>* result, Read&& read, Unsupported&
     return ScopedStatus::ok();
 }
 
-constexpr auto kSilent = [](const std::string& /*path*/) {};
+constexpr auto kLogNothing = [](const std::string& /*path*/) {};
 
-// A counter's text as a number: blanks, then decimal, or hexadecimal after 0x, up to the end of
-// the text. 0: it is not such a number, or lies outside Number's range.
+// Signed rule for ext4's counters: optional white space, then a decimal or, after 0x or 0X, a
+// hexadecimal number up to the end of the text. 0: not such a number, or out of the range of
+// Number. A sign is allowed before a decimal number, unlike in ParseSysfsUint.
 template <typename Number>
-Number parseCounter(const std::string& text) {
-    const size_t start = text.find_first_not_of(" \t\n\v\f\r");
-    if (start == std::string::npos) return 0;
-    const char* digits = text.c_str() + start;
-    // Never octal: a leading 0 alone is decimal.
-    const bool hexadecimal = digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X');
+Number ParseCounter(const std::string& text) {
+    const auto [digits, base] = storage::FindNumber(text);
     char* end = nullptr;
     errno = 0;
-    const long long value = std::strtoll(digits, &end, hexadecimal ? 16 : 10);
-    if (errno != 0 || end == digits || end != text.c_str() + text.size()) return 0;
+    const long long value = std::strtoll(digits, &end, base);
+    if (errno != 0 || end != text.c_str() + text.size()) return 0;
     if (value < std::numeric_limits<Number>::min() || value > std::numeric_limits<Number>::max()) {
         return 0;
     }
@@ -158,21 +157,21 @@ Number parseCounter(const std::string& text) {
 }  // namespace
 
 ScopedStatus DiskInfoService::getDiskInfo(std::optional<DiskInfoParcel>* result) {
-    return answer(
-        result, [](auto& disk) { return readInfo(disk); },
+    return Answer(
+        result, [](auto& disk) { return ReadInfo(disk); },
         [](const std::string& path) {
             LOG(ERROR) << "Unsupported disk type for " << base::Escaped(path);
         });
 }
 
 ScopedStatus DiskInfoService::getDiskHealth(std::optional<DiskHealthParcel>* result) {
-    return answer(
-        result, [](auto& disk) { return readHealth(disk); }, kSilent);
+    return Answer(
+        result, [](auto& disk) { return ReadHealth(disk); }, kLogNothing);
 }
 
 ScopedStatus DiskInfoService::getDiskPower(std::optional<DiskPowerParcel>* result) {
-    return answer(
-        result, [](auto& disk) { return readPower(disk); }, kSilent);
+    return Answer(
+        result, [](auto& disk) { return ReadPower(disk); }, kLogNothing);
 }
 
 ScopedStatus DiskInfoService::getFilesystemInfo(const std::string& partition,
@@ -182,8 +181,8 @@ ScopedStatus DiskInfoService::getFilesystemInfo(const std::string& partition,
                    << " is not a supported filesystem partition.";
         return ScopedStatus::fromExceptionCode(EX_ILLEGAL_ARGUMENT);
     }
-    // The factory sees the text up to the first NUL, so a name with a NUL inside can pass the test
-    // above and still be of another kind.
+    // The factory reads up to the first NUL, so a name with an embedded NUL can pass the test above
+    // and still be of another kind.
     const std::unique_ptr<storage::DiskInfo> disk =
         storage::DiskInfo::GetDiskInfo(partition.c_str());
     if (disk->GetType() != storage::kDiskTypeFilesystem) {
@@ -195,9 +194,9 @@ ScopedStatus DiskInfoService::getFilesystemInfo(const std::string& partition,
     const std::optional<storage::FilesystemInfoData> data = filesystem.GetFilesystemInfo();
     if (!data) return ScopedStatus::fromServiceSpecificError(kUnavailable);
     FilesystemInfoParcel info;
-    info.errorCount = parseCounter<int64_t>(data->errors_count);
+    info.errorCount = ParseCounter<int64_t>(data->errors_count);
     info.lastErrorFunction = data->last_error_func;
-    info.lastErrorCode = parseCounter<int32_t>(data->last_error_errcode);
+    info.lastErrorCode = ParseCounter<int32_t>(data->last_error_errcode);
     info.sysfsPath = data->sysfs_path;
     *result = std::move(info);
     return ScopedStatus::ok();

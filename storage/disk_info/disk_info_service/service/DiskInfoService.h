@@ -1,8 +1,6 @@
-// Answers the four calls of IDiskInfoService.
-//
-// Keeps nothing between calls: each one finds the disk, builds the storage object of its kind,
-// reads the kernel's interfaces once, and turns the record into a parcelable. Only here do
-// storage records and parcelables meet.
+// Implements the four calls of IDiskInfoService. Stateless: each call finds the disk, creates the
+// storage object for its kind, reads the kernel's interfaces once and converts the record into a
+// parcelable. The only code that uses both storage records and parcelables.
 #pragma once
 
 #include <morsk/BnDiskInfoService.h>
@@ -11,16 +9,15 @@ namespace morsk::com::quendar::tavisk::disk_info {
 
 class DiskInfoService : public BnDiskInfoService {
   public:
-    // Service-specific error -1: no root device, or a disk of another kind than NVMe and UFS;
-    // for getDiskHealth also a health record that cannot be read. An identity or a power state
-    // that cannot be read is no error: the parcelable then holds empty texts, zeros and false.
+    // Service-specific error -1: the root device was not found, or is neither NVMe nor UFS; for
+    // getDiskHealth also if the health record cannot be read. An identity or power state that
+    // cannot be read is not an error: the parcelable then holds "", zeros and false.
     binder::ScopedStatus getDiskInfo(std::optional<DiskInfoParcel>* result) override;
     binder::ScopedStatus getDiskHealth(std::optional<DiskHealthParcel>* result) override;
     binder::ScopedStatus getDiskPower(std::optional<DiskPowerParcel>* result) override;
 
-    // Illegal-argument exception: the name does not contain "data", or it stands for a disk.
-    // Service-specific error -1: the filesystem's counters cannot be read. A counter that is no
-    // number is 0.
+    // Illegal-argument exception: the name does not contain "data", or selects an NVMe or UFS disk.
+    // Service-specific error -1: the counters cannot be read. A counter that is not a number is 0.
     binder::ScopedStatus getFilesystemInfo(const std::string& partition,
                                            std::optional<FilesystemInfoParcel>* result) override;
 };

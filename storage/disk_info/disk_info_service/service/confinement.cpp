@@ -31,15 +31,16 @@ constexpr uint32_t kMachine = AUDIT_ARCH_AARCH64;
 #elif defined(__riscv) && __riscv_xlen == 64
 constexpr uint32_t kMachine = AUDIT_ARCH_RISCV64;
 #else
-constexpr uint32_t kMachine = 0;  // The table below was not checked against its system calls.
+constexpr uint32_t kMachine = 0;  // kRules was not checked for this architecture.
 #endif
 
-// What one argument has to be. Only its lower 32 bits are compared: the kernel takes no more of it,
-// or none of the flags in question lies above.
-static_assert(kMachine == 0 || std::endian::native == std::endian::little);  // lower half first
+// Condition on one argument. Compares the lower 32 bits only: the kernel ignores the upper ones, or
+// none of the flags is in them.
+static_assert(kMachine == 0 ||
+              std::endian::native == std::endian::little);  // the lower half comes first
 struct Condition {
     enum Kind : uint8_t { kNone, kIs, kIsThisProcess, kAtLeast, kWithout } kind = kNone;
-    uint8_t argument = 0;  // the first is 0
+    uint8_t argument = 0;  // counted from 0
     uint32_t value = 0;
 };
 constexpr Condition Is(uint8_t argument, uint32_t value) {
@@ -55,16 +56,16 @@ constexpr Condition Without(uint8_t argument, uint32_t bits) {
     return {Condition::kWithout, argument, bits};
 }
 
-// Allows a call if all conditions hold.
+// Allows a system call if all conditions hold.
 struct Rule {
     uint32_t call;
     Condition conditions[2] = {};
 };
 
 constexpr Rule kRules[] = {
-    // Disks and sysfs. No file is made or cut, no disk claimed. Other requests than these four
-    // would change a disk:
-    // to discard or zero blocks, to write by way of the driver, to read the partition table again.
+    // Disks and sysfs. openat cannot create or truncate a file or claim a disk. Other ioctl
+    // requests could change a disk: discard or zero blocks, write through the driver, reread the
+    // partition table.
     {__NR_openat, {Without(2, O_CREAT | O_EXCL | O_TRUNC | O_APPEND | O_TMPFILE)}},
     {__NR_read},
     {__NR_ioctl, {Is(1, BLKGETSIZE64)}},
@@ -75,16 +76,16 @@ constexpr Rule kRules[] = {
     {__NR_fstat},
     {__NR_statx},
 
-    // Output, to standard streams that cannot become anything else: they cannot be closed, and dup
-    // and fcntl are not allowed. The C library writes its last message before an abort with writev.
+    // Output to the standard streams. These cannot be replaced: they cannot be closed, and dup and
+    // fcntl are not allowed. The C library writes its message before an abort with writev.
     {__NR_write, {Is(0, STDOUT_FILENO)}},
     {__NR_write, {Is(0, STDERR_FILENO)}},
     {__NR_writev, {Is(0, STDOUT_FILENO)}},
     {__NR_writev, {Is(0, STDERR_FILENO)}},
     {__NR_close, {AtLeast(0, STDERR_FILENO + 1)}},
 
-    // Clients and the system log. Not sendmsg, recvmsg and their like, which pass descriptors: a
-    // disk that is open for writing could be handed to another process.
+    // Clients and the system log. sendmsg and recvmsg are not allowed because they pass
+    // descriptors: a disk that is open for writing could be passed to another process.
     {__NR_socket, {Is(0, AF_UNIX)}},
     {__NR_connect},
     {__NR_accept4},
@@ -97,15 +98,15 @@ constexpr Rule kRules[] = {
     {__NR_epoll_pwait},
     {__NR_ppoll},
 
-    // Memory, which is never executable and never shared with a file: a store would write the file.
-    // MAP_SHARED is one of the bits of MAP_SHARED_VALIDATE.
+    // Memory. Not executable, and not shared: a store would write the file. MAP_SHARED_VALIDATE
+    // includes the bit of MAP_SHARED.
     {__NR_brk},
     {__NR_mmap, {Without(2, PROT_EXEC), Without(3, MAP_SHARED)}},
     {__NR_mprotect, {Without(2, PROT_EXEC)}},
     {__NR_munmap},
 
-    // Time, abort and exit. The kernel makes restart_syscall when a stopped wait goes on. The C
-    // library's pthread_once wakes waiters that there never are, and aborts if it cannot.
+    // Time, abort and exit. The kernel issues restart_syscall to resume an interrupted wait. The C
+    // library's pthread_once calls futex to wake waiters, and aborts if that fails.
     {__NR_clock_gettime},
     {__NR_restart_syscall},
     {__NR_futex, {Is(1, FUTEX_WAKE_PRIVATE)}},
@@ -116,7 +117,7 @@ constexpr Rule kRules[] = {
     {__NR_tgkill, {IsThisProcess(0), Is(2, SIGABRT)}},
     {__NR_exit_group},
 
-#ifdef __x86_64__  // Older calls for the same, which newer machines do not have.
+#ifdef __x86_64__  // Older equivalents, which arm64 and RISC-V do not have.
     {__NR_epoll_wait},
     {__NR_lstat},
     {__NR_poll},
@@ -125,7 +126,7 @@ constexpr Rule kRules[] = {
 #endif
 };
 
-// The table as a program, which the kernel runs at every call.
+// kRules as a BPF program, which the kernel runs on each system call.
 class Program {
   public:
     Program() {
@@ -134,11 +135,11 @@ class Program {
         Return(SECCOMP_RET_KILL_PROCESS);
         Load(offsetof(seccomp_data, nr));
         for (const Rule& rule : kRules) Add(rule);
-        // Not the end of the process: a debugger that fails a call makes its number -1.
+        // Does not kill the process: a debugger that injects a failure sets the number to -1.
         Return(SECCOMP_RET_ERRNO | EPERM);
     }
 
-    // Borrows the instructions.
+    // The result points into this object.
     sock_fprog ForKernel() { return {static_cast<uint16_t>(code_.size()), code_.data()}; }
 
   private:
@@ -152,7 +153,7 @@ class Program {
     }
     void Return(uint32_t action) { code_.push_back(BPF_STMT(BPF_RET | BPF_K, action)); }
 
-    // Begins and ends with the call's number read.
+    // On entry and exit the accumulator holds the number of the system call.
     void Add(const Rule& rule) {
         size_t conditions = 0;
         for (const Condition& c : rule.conditions) conditions += c.kind != Condition::kNone;
@@ -191,16 +192,16 @@ bool ConfineProcess() {
     return true;
 #endif
     if (kMachine == 0) {
-        LOG(WARNING) << "There is no system call filter for this machine.";
+        LOG(WARNING) << "No system call filter for this architecture";
         return true;
     }
-    // Without it only a process with CAP_SYS_ADMIN may install a filter.
+    // Without this, installing a filter requires CAP_SYS_ADMIN.
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return false;
     Program program;
     const sock_fprog filter = program.ForKernel();
     if (syscall(__NR_seccomp, SECCOMP_SET_MODE_FILTER, 0, &filter) == 0) return true;
     if (errno != ENOSYS) return false;
-    LOG(WARNING) << "This kernel has no system call filters.";
+    LOG(WARNING) << "The kernel does not support system call filters";
     return true;
 }
 

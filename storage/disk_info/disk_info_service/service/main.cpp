@@ -16,8 +16,8 @@ using morsk::com::quendar::tavisk::disk_info::ConfineProcess;
 using morsk::com::quendar::tavisk::disk_info::DiskInfoService;
 using morsk::com::quendar::tavisk::disk_info::RecordLimit;
 
-// What the C++ library calls when it would throw, which here is when memory is out. Its own version
-// prints the exception's name, and brings along all that reads such names: 57 kB.
+// Replaces the C++ library's terminate handler, which runs when memory is exhausted. The library's
+// version prints the name of the exception and adds 57 kB of demangling code.
 namespace __gnu_cxx {
 void __verbose_terminate_handler() {
     std::abort();
@@ -26,17 +26,17 @@ void __verbose_terminate_handler() {
 
 namespace {
 
-RecordLimit findings;  // INFO records, which a healthy UFS disk causes too
-RecordLimit failures;  // all others and diagnostics: no number of findings suppresses them
+RecordLimit findings;  // INFO records and below; a healthy UFS disk causes them on each call
+RecordLimit failures;  // other records and diagnostics; findings cannot exhaust it
 
 bool Admit(RecordLimit* limit) {
-    if (findings.is_reporting() || failures.is_reporting()) return true;
+    if (findings.IsReporting() || failures.IsReporting()) return true;
     timespec now;
-    (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);  // read without a system call
+    (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);  // needs no system call
     return limit->Admit(std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec));
 }
 
-// A fatal record is the last one: it always passes.
+// FATAL records are exempt from the limit.
 void InitLimitedLogging(char** argv) {
     const logging::LogdLogger logger(logging::MAIN);
     logging::InitLogging(
@@ -55,8 +55,8 @@ void InitLimitedLogging(char** argv) {
 
 }  // namespace
 
-// Ends only when the name or the filter is refused or the pool returns, all failures: always 1. A
-// lazy service that is no longer needed is ended inside the pool.
+// Returns only after a failure, always 1: the registration or the filter was refused, or the thread
+// pool returned. A lazy service without clients exits inside the thread pool.
 int main(int /*argc*/, char** argv) {
     morsk::com::quendar::tavisk::disk_info::PrepareStandardStreams();
     InitLimitedLogging(argv);
@@ -65,7 +65,7 @@ int main(int /*argc*/, char** argv) {
 
     const auto service = SharedRefBase::make<DiskInfoService>();
     const std::string instance = std::string(DiskInfoService::descriptor) + "/default";
-    // The reference is dropped at once: from here on the registration keeps the binder alive.
+    // The reference is released at once; the registration keeps the binder alive.
     const binder_status_t status =
         AServiceManager_registerLazyService(service->asBinder().get(), instance.c_str());
     if (status != STATUS_OK) {

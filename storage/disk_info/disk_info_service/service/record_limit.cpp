@@ -6,7 +6,7 @@
 namespace morsk::com::quendar::tavisk::disk_info {
 
 bool RecordLimit::Admit(std::chrono::nanoseconds now) {
-    // After a refusal the newest one counts: one report then stands for a whole flood.
+    // After a refusal the newest record decides instead of the oldest: one WARNING per flood.
     const size_t decisive = suppressed_ == 0 ? next_ : (next_ + times_.size() - 1) % times_.size();
     if (now - times_[decisive] < kInterval) {
         ++suppressed_;
@@ -24,8 +24,8 @@ void RecordLimit::ReportSuppressed() {
     const uint64_t suppressed = std::exchange(suppressed_, 0);
     if (suppressed == 0) return;
     reporting_ = true;
-    LOG(WARNING) << "Suppressed records, those above " << kMost << " in " << kInterval.count()
-                 << " seconds: " << suppressed;
+    LOG(WARNING) << "Suppressed " << suppressed << " records: the limit is " << kMaxRecords
+                 << " in " << kInterval.count() << " seconds";
     reporting_ = false;
 }
 

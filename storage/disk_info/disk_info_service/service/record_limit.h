@@ -1,6 +1,6 @@
-// A limit on what clients can make the daemon write: so many records in any 30 seconds, so that no
-// client drives the other records out of the system log. Only counts; the logger and the storage
-// library's diagnostics call it before they write. For one thread.
+// Limits the records that clients can make the daemon write, so that no client can displace other
+// records from the system log. Only counts: the caller writes the record or drops it. Not locked:
+// one thread.
 #pragma once
 
 #include <array>
@@ -12,19 +12,20 @@ namespace morsk::com::quendar::tavisk::disk_info {
 
 class RecordLimit {
   public:
-    static constexpr size_t kMost = 25;  // the last one is kept for the WARNING at the end
+    static constexpr size_t kMaxRecords = 25;  // in any 30 seconds; includes the WARNING
 
     RecordLimit() { times_.fill(-kInterval); }
 
-    // Whether a record may be written at `now`, the time since any point before. After a refusal it
-    // takes 30 seconds without a record until one is admitted again, and before that one a WARNING
-    // is logged that says how many were suppressed.
+    // Whether a record may be written at `now`, a monotonic time. After a refusal, records are
+    // refused until 30 seconds have passed since the last one written; a WARNING with the number of
+    // suppressed records precedes the next one.
     [[nodiscard]] bool Admit(std::chrono::nanoseconds now);
 
-    // Whether the record at hand is that WARNING, which is counted already.
-    bool is_reporting() const { return reporting_; }
+    // True while the WARNING is logged. It is counted already, so the caller must not pass it to
+    // Admit.
+    bool IsReporting() const { return reporting_; }
 
-    // Logs the WARNING that is due, for the end of the process.
+    // Logs the WARNING if records were suppressed since the last one. For the end of the process.
     void ReportSuppressed();
 
   private:
@@ -32,8 +33,8 @@ class RecordLimit {
 
     void Count(std::chrono::nanoseconds now);
 
-    // When the last ones were written; the oldest is at `next_`.
-    std::array<std::chrono::nanoseconds, kMost - 1> times_;
+    // Times of the latest records; the oldest is at `next_`. One place is reserved for the WARNING.
+    std::array<std::chrono::nanoseconds, kMaxRecords - 1> times_;
     size_t next_ = 0;
     uint64_t suppressed_ = 0;
     bool reporting_ = false;

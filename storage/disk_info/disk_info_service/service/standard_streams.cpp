@@ -15,7 +15,7 @@ void UnblockStandardError() {
     if (!S_ISFIFO(status.st_mode) && isatty(STDERR_FILENO) == 0) return;
     const int own = open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (own < 0) return;
-    // dup2(2) in two steps that the unit's SystemCallFilter admits.
+    // Instead of dup2, which the SystemCallFilter of the unit does not allow.
     (void)close(STDERR_FILENO);
     (void)fcntl(own, F_DUPFD, STDERR_FILENO);
     (void)close(own);
@@ -26,7 +26,7 @@ void UnblockStandardError() {
 void PrepareStandardStreams() {
     (void)std::signal(SIGPIPE, SIG_IGN);
     UnblockStandardError();
-    // open(2) gives the lowest number that is free.
+    // open returns the lowest free number.
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (fcntl(fd, F_GETFD) < 0) (void)open("/dev/null", O_RDWR);
     }
