@@ -1,14 +1,14 @@
-// Many calls of all four kinds: every answer is the first one's, the daemon holds in the end what
-// it held after a tenth of them, and its records stay within their limit. SOAK_CALLS says how many;
-// the default is for every day.
+// Many calls of all four methods: the answers stay the same, the daemon's resources stay as they
+// were after a tenth of the calls, and its records stay within their limit. SOAK_CALLS sets the
+// number of calls.
 #include <daemon.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <iostream>
 #include <optional>
 #include <string>
-#include <vector>
 
 using namespace morsk::com::quendar::tavisk::disk_info;
 
@@ -31,9 +31,9 @@ struct Answers {
     std::optional<FilesystemInfoParcel> filesystem;
 };
 
-TEST_F(SoakTest, MemoryDescriptorsAndRecordsStayWithinTheirBounds) {
-    const char* const wanted = getenv("SOAK_CALLS");
-    const long rounds = (wanted != nullptr ? atol(wanted) : 40'000) / 4;
+TEST_F(SoakTest, AnswersResourcesAndRecordsStayWithinTheirBounds) {
+    const char* const calls = getenv("SOAK_CALLS");
+    const long rounds = (calls != nullptr ? atol(calls) : 40'000) / 4;
     ASSERT_GE(rounds, 100);
     PlaceDevice();
     const auto start = std::chrono::steady_clock::now();
@@ -52,10 +52,10 @@ TEST_F(SoakTest, MemoryDescriptorsAndRecordsStayWithinTheirBounds) {
     std::cout << 4 * rounds << " calls, " << before->memory_kib << " KiB after a tenth of them, "
               << after.memory_kib << " KiB at the end\n";
 
-    const auto took = std::chrono::steady_clock::now() - start;
-    const std::string records = daemon.err();
-    EXPECT_GE(std::ranges::count(records, '\n'), 48);
-    EXPECT_LE(std::ranges::count(records, '\n'), 50 * (took / std::chrono::seconds(30) + 1));
+    const auto records = std::ranges::count(daemon.err(), '\n');
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(records, 48);
+    EXPECT_LE(records, 50 * (elapsed / std::chrono::seconds(30) + 1));
 }
 
 }  // namespace
