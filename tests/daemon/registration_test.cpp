@@ -14,10 +14,7 @@ namespace {
 using RegistrationTest = PrivateRootTest;
 
 TEST_F(RegistrationTest, ANameThatNoProcessServesOrThatIsNoPathIsNotFound) {
-    const struct {
-        std::string instance;
-        int error;
-    } cases[] = {
+    const std::pair<std::string, int> cases[] = {
         {kInstance, ENOENT},
         {"", EINVAL},
         {"/etc/default", EINVAL},
@@ -27,11 +24,9 @@ TEST_F(RegistrationTest, ANameThatNoProcessServesOrThatIsNoPathIsNotFound) {
         {std::string(95, 'a'), ENOENT},
         {std::string(96, 'a'), ENAMETOOLONG},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.instance);
-        errno = 0;
-        EXPECT_EQ(AServiceManager_checkService(c.instance.c_str()), nullptr);
-        EXPECT_EQ(errno, c.error);
+    for (const auto& [instance, error] : cases) {
+        EXPECT_EQ(AServiceManager_checkService(instance.c_str()), nullptr);
+        EXPECT_EQ(errno, error) << instance;
     }
     EXPECT_EQ(AServiceManager_checkService(nullptr), nullptr);
     EXPECT_EQ(AServiceManager_registerLazyService(nullptr, kInstance), STATUS_UNEXPECTED_NULL);

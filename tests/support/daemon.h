@@ -5,16 +5,11 @@
 #include <binder/service_manager.h>
 #include <child.h>
 #include <device_tree.h>
-#include <gtest/gtest.h>
 #include <linux/close_range.h>
 #include <morsk/BpDiskInfoService.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <string>
-#include <utility>
 
 inline constexpr char kInstance[] = "com.quendar.tavisk.disk_info.IDiskInfoService/default";
 inline constexpr char kPath[] = "/run/binder/com.quendar.tavisk.disk_info.IDiskInfoService/default";
