@@ -6,14 +6,14 @@
 namespace base {
 namespace {
 
-// The length of the UTF-8 sequence at the start of `text`; 1 where none is, as for ASCII.
+// Bytes of the UTF-8 sequence at the start of `text`; 1 for ASCII and for an invalid sequence.
 size_t CharacterSize(std::string_view text) {
     const auto byte = [text](size_t i) {
         return i < text.size() ? static_cast<uint8_t>(text[i]) : uint8_t{0};
     };
     const uint8_t lead = byte(0);
     if (lead < 0xc2 || lead > 0xf4) return 1;
-    // The second byte's range excludes long forms, surrogates and what lies above U+10FFFF.
+    // The range of the second byte excludes overlong forms, surrogates and values above U+10FFFF.
     const uint8_t least = lead == 0xe0 ? 0xa0 : lead == 0xf0 ? 0x90 : 0x80;
     const uint8_t most = lead == 0xed ? 0x9f : lead == 0xf4 ? 0x8f : 0xbf;
     if (byte(1) < least || byte(1) > most) return 1;
@@ -36,7 +36,7 @@ bool IsControl(std::string_view character) {
     }
 }
 
-std::string Escape(std::string_view text, bool backslashes) {
+std::string Escape(std::string_view text, bool escape_backslashes) {
     constexpr char kHex[] = "0123456789abcdef";
     const auto plain = [](char c) { return c >= 0x20 && c < 0x7f && c != '\\'; };
     std::string result;
@@ -49,7 +49,7 @@ std::string Escape(std::string_view text, bool backslashes) {
         text.remove_prefix(character.size());
         if (character == "\n") {
             result += "\\n";
-        } else if (character == "\\" && backslashes) {
+        } else if (character == "\\" && escape_backslashes) {
             result += "\\\\";
         } else if (IsControl(character)) {
             for (const char c : character) {
@@ -63,7 +63,7 @@ std::string Escape(std::string_view text, bool backslashes) {
     return result;
 }
 
-// The length of the escape or the character at the start of `text`.
+// Bytes of the escape or the character at the start of `text`.
 size_t UnitSize(std::string_view text) {
     if (text[0] != '\\') return CharacterSize(text);
     return text.substr(1, 1) == "x" ? 4 : 2;
@@ -85,7 +85,7 @@ void CutTo(size_t size, std::string* text) {
     size_t end = 0;
     for (size_t next = 0; next <= size - kMark.size();) {
         end = next;
-        next += UnitSize(std::string_view(*text).substr(next));
+        next += UnitSize(std::string_view{*text}.substr(next));
     }
     text->replace(end, std::string::npos, kMark);
 }

@@ -1,5 +1,5 @@
-// Repeats a system call that a signal interrupted before it did anything. Not for a command to a
-// disk, which may have been carried out all the same.
+// Retries a system call on EINTR. Not for a command to a disk: the disk may have executed a command
+// whose system call was interrupted.
 #pragma once
 
 #include <cerrno>
@@ -13,8 +13,8 @@ inline bool Failed(long result) {
     return result < 0;
 }
 
-// The result of `call`, made again on EINTR up to five times in all; the last result is then a
-// failure like any other, so that no storm of signals holds up the one thread.
+// Result of the last of up to five calls. If the fifth is interrupted too, the result is a failure
+// with errno EINTR: frequent signals must not block the daemon's only thread.
 template <typename Call>
 auto RetryOnInterrupt(Call&& call) {
     constexpr int kAttempts = 5;

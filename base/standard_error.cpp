@@ -11,7 +11,7 @@
 namespace base {
 namespace {
 
-std::atomic<bool> line_open{false};  // the last record was written in part
+std::atomic<bool> line_open{false};  // only the beginning of the last record was written
 
 void Write(std::string_view record) {
     const auto send_record = [&] {

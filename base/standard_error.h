@@ -1,17 +1,17 @@
-// Standard error as a place for records, which never makes its writer wait.
+// Writes records to standard error without blocking.
 #pragma once
 
 #include <string_view>
 
 namespace base {
 
-// Writes `record`, one line with its end, of at most kLargestRecord bytes, in one piece. A record
-// that standard error does not take at once is dropped, as is one whose reader has gone; a terminal
-// that takes the beginning of it gets a line end before the next one. Leaves errno as it was.
+// Writes `record`, one line of at most kLargestRecord bytes including its line end, with one system
+// call. Drops it if standard error cannot accept it at once, is closed or has no reader. If only
+// the beginning was accepted, a line end precedes the next record. Preserves errno.
 //
-// A socket is sent to without waiting. Everything else is written to when it has room; where other
-// processes write to the same pipe or terminal, that room can be gone by then, so it has to be
-// non-blocking for the promise to be strict.
+// A send to a socket never blocks. A write to any other file follows a poll for room: if another
+// process writes to the same pipe or terminal in between, the write can block unless the file is
+// non-blocking.
 void WriteToStandardError(std::string_view record);
 
 }  // namespace base

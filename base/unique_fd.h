@@ -1,6 +1,6 @@
-// The owner of one file descriptor: closes it at the end of the scope. A negative number, the
-// result of a failed open(2), is owned as "none". Closing leaves errno unchanged, so that the error
-// of an earlier call can still be reported.
+// Owns one file descriptor and closes it on destruction. A negative number, such as the result of a
+// failed open(2), means none. Closing preserves errno, so that the error of an earlier call can
+// still be reported.
 #pragma once
 
 #include <unistd.h>
@@ -29,7 +29,7 @@ class UniqueFd {
     void Reset() {
         if (fd_ < 0) return;
         const int saved_errno = errno;
-        (void)close(Release());  // Linux frees the number whatever close returns.
+        (void)close(Release());  // Linux frees the number even if close fails.
         errno = saved_errno;
     }
 

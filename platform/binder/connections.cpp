@@ -12,25 +12,25 @@ namespace {
 
 constexpr uint32_t kPlacesOfUser = 64;
 constexpr int64_t kSilentMs = 10'000;
-constexpr int64_t kSearchAgainMs = 1'000;
+constexpr int64_t kSearchIntervalMs = 1'000;
 
-// Where Linux distributions let newuidmap(1) hand out ids, and how many an account gets.
+// Linux distributions assign subordinate ids from this one on, so many to each account: subuid(5).
 constexpr uid_t kFirstSubordinate = 100'000;
 constexpr uid_t kSubordinateRange = 65'536;
 
-// Users from a uid on hold at most so many places together. An account has its own uid and any
-// number of subordinate ones, so it holds 64 + 128 at most.
+// Limit for all users with uid `from` or above together. An account has its own uid and any number
+// of subordinate ones, so it holds at most 64 + 128 places.
 constexpr struct {
     uid_t from;
     uint32_t places;
 } kLimits[] = {{kFirstSubordinate, 128}, {1, 240}, {0, Connections::kPlaces}};
 
-// The lowest uid of a subordinate range stands for all of it.
+// A range of subordinate ids is represented by its lowest uid.
 uid_t UserOf(uid_t uid) {
     return uid < kFirstSubordinate ? uid : uid - (uid - kFirstSubordinate) % kSubordinateRange;
 }
 
-bool RequestWaits(int fd) {
+bool HasRequest(int fd) {
     pollfd waiting{fd, POLLIN, 0};
     return poll(&waiting, 1, 0) != 0;
 }
@@ -42,13 +42,13 @@ std::optional<uint32_t> Connections::Admit(base::UniqueFd fd, uid_t uid, int64_t
     if (!HasRoomFor(uid, now_ms)) return std::nullopt;
     const uint32_t user_number = FindUser(uid);
     User& user = users_[user_number];
-    // A new user, like a new connection, has its turn after those that were there before.
+    // A new user, like a new connection, is served after all existing ones.
     if (user.connections++ == 0) user = {uid, 1, turn_};
     const auto place =
         std::ranges::find_if(connections_, [](const Connection& c) { return !c.fd; });
     *place = {std::move(fd), user_number, turn_, now_ms};
     ++count_;
-    return uint32_t(place - connections_.begin());
+    return static_cast<uint32_t>(place - connections_.begin());
 }
 
 void Connections::Close(uint32_t number) {
@@ -57,8 +57,8 @@ void Connections::Close(uint32_t number) {
     --count_;
 }
 
-// The entry of a user with connections; otherwise a free one. With a connection in every place each
-// entry may be another user's: one of these then.
+// The entry of this user; a free entry if the user has no connection; the entry of another user if
+// none is free, which takes kPlaces users with one connection each.
 uint32_t Connections::FindUser(uid_t uid) const {
     uint32_t free = 0;
     for (uint32_t number = 0; number < kPlaces; ++number) {
@@ -77,8 +77,8 @@ uint32_t Connections::CountFrom(uid_t lowest) const {
     return count;
 }
 
-// Closes one connection for each limit that a further one of this user would pass. False: a limit
-// is reached and none may be closed for it.
+// Closes one connection for each limit that one more connection of this user would exceed. False:
+// a limit is reached and no connection may be closed for it.
 bool Connections::HasRoomFor(uid_t uid, int64_t now_ms) {
     const auto user_of = [&](const Connection& c) -> const User& { return users_[c.user]; };
     User& user = users_[FindUser(uid)];
@@ -95,40 +95,41 @@ bool Connections::HasRoomFor(uid_t uid, int64_t now_ms) {
     return true;
 }
 
-// Closes a connection of a user with all its places that sent no request for long. After a failure
-// the next search waits, so that a flood of connections to refuse costs little.
+// Closes a connection of `user` that has sent no request for kSilentMs. After a search without
+// result the next one waits for kSearchIntervalMs, so that refusing a flood of connections is
+// cheap.
 bool Connections::CloseSilent(User* user, int64_t now_ms) {
-    if (now_ms < user->search_again_at_ms) return false;
+    if (now_ms < user->next_search_ms) return false;
     const bool closed = CloseOne([&](const Connection& c) {
-        return &users_[c.user] == user && c.asked_at_ms <= now_ms - kSilentMs &&
-               !RequestWaits(c.fd.get());
+        return &users_[c.user] == user && c.last_request_ms <= now_ms - kSilentMs &&
+               !HasRequest(c.fd.get());
     });
-    if (!closed) user->search_again_at_ms = now_ms + kSearchAgainMs;
+    if (!closed) user->next_search_ms = now_ms + kSearchIntervalMs;
     return closed;
 }
 
-// Of those that may be closed, the one of the user with the most connections whose turn is the
-// longest ago. False: there was none.
+// Closes one of the connections that `may_close` admits and whose peer received the last reply: of
+// the user with the most connections, the one whose last turn is the oldest. False: there is none.
 template <typename Choice>
 bool Connections::CloseOne(Choice&& may_close) {
     const Connection* closed = nullptr;
     for (const Connection& c : connections_) {
         if (!c.fd || !may_close(c)) continue;
         const auto rank = [&](const Connection& it) {
-            return std::pair(kPlaces - users_[it.user].connections, it.turn);
+            return std::pair(kPlaces - users_[it.user].connections, it.last_turn);
         };
         if (closed != nullptr && rank(*closed) <= rank(c)) continue;
         if (ReplyWasTaken(c.fd.get())) closed = &c;
     }
     if (closed == nullptr) return false;
-    Close(uint32_t(closed - connections_.data()));
+    Close(static_cast<uint32_t>(closed - connections_.data()));
     return true;
 }
 
 std::optional<uint32_t> Connections::TakeTurn() {
     const auto rank = [&](uint32_t number) {
         const Connection& c = connections_[number];
-        return std::pair(users_[c.user].turn, c.turn);
+        return std::pair(users_[c.user].last_turn, c.last_turn);
     };
     const auto end = ready_.begin() + ready_count_;
     const auto next = std::min_element(ready_.begin(), end,
@@ -136,7 +137,7 @@ std::optional<uint32_t> Connections::TakeTurn() {
     if (next == end) return std::nullopt;
     const uint32_t number = std::exchange(*next, ready_[--ready_count_]);
     Connection& connection = connections_[number];
-    connection.turn = users_[connection.user].turn = ++turn_;
+    connection.last_turn = users_[connection.user].last_turn = ++turn_;
     return number;
 }
 

@@ -11,27 +11,26 @@
 namespace binder {
 
 ReceiveResult Receive(int fd, uint32_t magic, Message* message) {
-    // With MSG_TRUNC the result is the datagram's own length, even where it was cut.
+    // With MSG_TRUNC the result is the full length of a message, even if it was truncated.
     const ssize_t size =
-        base::RetryOnInterrupt([&] { return recv(fd, message, sizeof *message, MSG_TRUNC); });
+        base::RetryOnInterrupt([&] { return recv(fd, message, sizeof(*message), MSG_TRUNC); });
     if (size < 0) {
-        const bool may_come = errno == EAGAIN || errno == EINTR;
-        return may_come ? ReceiveResult::kNothing : ReceiveResult::kClosed;
+        const bool try_again = errno == EAGAIN || errno == EINTR;
+        return try_again ? ReceiveResult::kNothing : ReceiveResult::kClosed;
     }
-    // An empty datagram looks the same as the end, and is no better.
+    // An empty message, which is malformed, cannot be distinguished from the end of the connection.
     if (size == 0) return ReceiveResult::kClosed;
-    if (size_t(size) < sizeof message->header || size_t(size) > sizeof *message ||
-        message->header.magic != magic ||
-        message->header.size != size_t(size) - sizeof message->header) {
-        return ReceiveResult::kMalformed;
-    }
-    return ReceiveResult::kMessage;
+    const auto bytes = static_cast<size_t>(size);
+    const MessageHeader& header = message->header;
+    const bool valid = bytes >= sizeof(header) && bytes <= sizeof(*message) &&
+                       header.magic == magic && header.size == bytes - sizeof(header);
+    return valid ? ReceiveResult::kMessage : ReceiveResult::kMalformed;
 }
 
 int Send(int fd, uint32_t magic, int32_t word, std::span<const uint8_t> data, Message* message) {
-    message->header = {magic, word, uint32_t(data.size())};
+    message->header = {magic, word, static_cast<uint32_t>(data.size())};
     if (!data.empty()) std::memcpy(message->payload.data(), data.data(), data.size());
-    const size_t size = sizeof message->header + data.size();
+    const size_t size = sizeof(message->header) + data.size();
     const ssize_t sent =
         base::RetryOnInterrupt([&] { return send(fd, message, size, MSG_NOSIGNAL); });
     return sent < 0 ? errno : 0;
@@ -39,7 +38,7 @@ int Send(int fd, uint32_t magic, int32_t word, std::span<const uint8_t> data, Me
 
 bool ReplyWasTaken(int fd) {
     int unread = 0;
-    // One byte still counts while the kernel wakes up the sender of a message that was received.
+    // The kernel still counts one byte of a received message while it wakes up the sender.
     return ioctl(fd, SIOCOUTQ, &unread) == 0 && unread <= 1;
 }
 

@@ -1,9 +1,12 @@
-// What travels between two processes: one SOCK_SEQPACKET datagram a transaction and one a reply,
-// each a fixed header of three words and a parcel's bytes, all in host byte order.
+// The messages between two processes: a request and a reply are one SOCK_SEQPACKET message each, of
+// a fixed header of three words and a parcel's bytes, all in host byte order.
 //
-// Descriptors are never passed: a receive names no room for them, so that the kernel drops any
-// that a peer attaches, and a send is one that cannot carry any. A send to a peer that left is an
-// error, never a signal.
+// No descriptors are passed: the kernel drops those that a peer attaches, because a receive has no
+// buffer for them. A send to a closed connection returns an error and raises no signal.
+//
+// Errors in platform/binder: a function that can fail for a system reason returns 0 or a positive
+// errno value, or an empty optional or descriptor if no caller needs the reason; errno is read only
+// on the line after the call.
 #pragma once
 
 #include <array>
@@ -14,18 +17,18 @@
 
 namespace binder {
 
-// A request cannot be taken for a reply, nor the other way round.
+// Distinguish requests from replies.
 inline constexpr uint32_t kRequestMagic = 0x51726942;
 inline constexpr uint32_t kReplyMagic = 0x50726942;
 
 struct MessageHeader {
     uint32_t magic;
-    int32_t word;   // of a request: the transaction code; of a reply: its status
-    uint32_t size;  // bytes of parcel data behind the header
+    int32_t word;   // in a request the transaction code, in a reply the status
+    uint32_t size;  // bytes of parcel data after the header
 };
 static_assert(sizeof(MessageHeader) == 12);
 
-// Where one message is received. Not initialised: pages that no message ever reached cost nothing.
+// Buffer for one message. Not initialised, so that pages that no message reaches use no memory.
 struct Message {
     std::span<const uint8_t> data() const { return {payload.data(), header.size}; }
 
@@ -36,20 +39,21 @@ static_assert(sizeof(Message) == sizeof(MessageHeader) + kMaxParcelBytes);
 
 enum class ReceiveResult {
     kMessage,
-    kNothing,    // none waits on a descriptor that does not block, or signals interrupted the wait
-    kClosed,     // the peer is gone
-    kMalformed,  // shorter or longer than its header tells, or no header of this kind
+    kNothing,    // a non-blocking descriptor has no message, or signals interrupted the wait
+    kClosed,     // the peer closed the connection, or it failed
+    kMalformed,  // the size does not match the header, or the header has another magic
 };
 
-// Waits for one message unless `fd` does not block. Only kMessage makes `message` meaningful.
+// Receives one message; waits for it if `fd` is blocking. `message` is valid after kMessage only.
 [[nodiscard]] ReceiveResult Receive(int fd, uint32_t magic, Message* message);
 
-// Sends a header and the parcel's data, put together in `message`. 0, or the errno of the failed
-// send.
+// Sends a header and at most kMaxParcelBytes of data, which it first copies into `message`. 0 or a
+// positive errno value.
 [[nodiscard]] int Send(int fd, uint32_t magic, int32_t word, std::span<const uint8_t> data,
                        Message* message);
 
-// Whether the peer has received all that was sent to it. Takes a connected socket.
+// Whether the peer has received everything that was sent to it; false on failure. `fd` is a
+// connected socket.
 [[nodiscard]] bool ReplyWasTaken(int fd);
 
 }  // namespace binder

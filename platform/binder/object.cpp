@@ -1,9 +1,12 @@
 #include "object.h"
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <utility>
 
+#include "parcel.h"
 #include "remote.h"
 
 struct AIBinder_Class {
@@ -20,8 +23,8 @@ struct AIBinder {
     const AIBinder_Class* clazz = nullptr;  // null: remote
     void* user_data = nullptr;
     std::unique_ptr<binder::RemoteConnection> connection;  // null: local
-    // The last strong reference ends the user data or the connection, the last weak one the
-    // memory. All strong references together count as one weak.
+    // Releasing the last strong reference destroys the user data or the connection; releasing the
+    // last weak one frees the object. All strong references together hold one weak reference.
     std::atomic<uint32_t> strong{1};
     std::atomic<uint32_t> weak{1};
 };
@@ -50,6 +53,7 @@ binder_status_t RunTransaction(AIBinder* binder, transaction_code_t code, const 
     request->position = 0;
     reply->Clear();
     const binder_status_t status = binder->clazz->on_transact(binder, code, request, reply);
+    if (status != STATUS_OK) reply->Clear();
     reply->position = 0;
     return status <= STATUS_OK ? status : STATUS_UNKNOWN_ERROR;
 }
@@ -99,7 +103,7 @@ void* AIBinder_getUserData(AIBinder* binder) {
 }
 
 bool AIBinder_isRemote(const AIBinder* binder) {
-    return binder->connection != nullptr;
+    return binder != nullptr && binder->connection != nullptr;
 }
 
 void AIBinder_incStrong(AIBinder* binder) {
@@ -124,7 +128,7 @@ AIBinder* AIBinder_Weak_promote(AIBinder_Weak* weak) {
     if (weak == nullptr) return nullptr;
     std::atomic<uint32_t>& strong = weak->binder->strong;
     uint32_t count = strong.load(std::memory_order_relaxed);
-    // From 0 there is no way back: the user data is gone or about to go.
+    // A count of 0 is final: the user data is destroyed, or about to be.
     while (count != 0) {
         if (strong.compare_exchange_weak(count, count + 1, std::memory_order_acquire,
                                          std::memory_order_relaxed)) {

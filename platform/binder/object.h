@@ -1,4 +1,4 @@
-// What the serving and looking-up sides need of a binder object beyond its public functions.
+// Binder objects as seen by the server and the service lookup, in addition to binder/ibinder.h.
 #pragma once
 
 #include <base/unique_fd.h>
@@ -6,11 +6,13 @@
 
 namespace binder {
 
-// A binder whose transactions go to the process at the other end of a connected socket.
+// A new remote binder, with one reference for the caller. Its transactions go to the process at the
+// other end of `connection`, a connected blocking socket.
 [[nodiscard]] AIBinder* NewRemoteBinder(base::UniqueFd connection);
 
-// Runs the transaction function of a local binder on a request, from its start, and an empty
-// reply; leaves the reply at its start. A failure's reply is not to be used.
+// Runs the transaction function of a local binder on `request`, positioned at its start. Returns
+// STATUS_OK or a negative status; a positive result of the function becomes STATUS_UNKNOWN_ERROR.
+// `reply` is replaced, positioned at its start, and empty after a failure.
 [[nodiscard]] binder_status_t RunTransaction(AIBinder* binder, transaction_code_t code,
                                              const AParcel* request, AParcel* reply);
 

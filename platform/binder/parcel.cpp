@@ -1,5 +1,7 @@
 #include "parcel.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 namespace {
@@ -12,26 +14,26 @@ constexpr size_t Padded(size_t size) {
 
 template <typename T>
 binder_status_t WriteValue(AParcel* parcel, T value) {
-    uint8_t* const place = parcel->Claim(sizeof value);
+    uint8_t* const place = parcel->Claim(sizeof(value));
     if (place == nullptr) return STATUS_NO_MEMORY;
-    std::memcpy(place, &value, sizeof value);
+    std::memcpy(place, &value, sizeof(value));
     return STATUS_OK;
 }
 
 template <typename T>
 binder_status_t ReadValue(const AParcel* parcel, T* value) {
-    const uint8_t* const place = parcel->Consume(sizeof *value);
+    const uint8_t* const place = parcel->Consume(sizeof(*value));
     if (place == nullptr) return STATUS_NOT_ENOUGH_DATA;
-    std::memcpy(value, place, sizeof *value);
+    std::memcpy(value, place, sizeof(*value));
     return STATUS_OK;
 }
 
-// What may stand in a status header: no exception, or one that is not the transport's own.
-bool TravelsInHeader(binder_exception_t exception) {
+// Whether a status header can hold `exception`: EX_NONE, or one above EX_TRANSACTION_FAILED.
+bool FitsInHeader(binder_exception_t exception) {
     return exception <= EX_NONE && exception > EX_TRANSACTION_FAILED;
 }
 
-// The string behind a length word that has just been read.
+// Reads a string whose length word has been read already.
 binder_status_t ReadText(const AParcel* parcel, int32_t length, void* target,
                          AParcel_stringAllocator allocator) {
     char* buffer = nullptr;
@@ -39,10 +41,11 @@ binder_status_t ReadText(const AParcel* parcel, int32_t length, void* target,
         return allocator(target, kNullString, &buffer) ? STATUS_OK : STATUS_UNEXPECTED_NULL;
     }
     if (length < 0) return STATUS_BAD_VALUE;
-    const size_t size = size_t(length) + 1;
+    const size_t size = static_cast<size_t>(length) + 1;
     const uint8_t* const text = parcel->Consume(Padded(size));
     if (text == nullptr || text[length] != '\0') return STATUS_BAD_VALUE;
-    if (!allocator(target, int32_t(size), &buffer) || buffer == nullptr) return STATUS_NO_MEMORY;
+    if (!allocator(target, static_cast<int32_t>(size), &buffer) || buffer == nullptr)
+        return STATUS_NO_MEMORY;
     std::memcpy(buffer, text, size);
     return STATUS_OK;
 }
@@ -73,19 +76,18 @@ void AParcel_delete(AParcel* parcel) {
 }
 
 int32_t AParcel_getDataPosition(const AParcel* parcel) {
-    return int32_t(parcel->position);
+    return static_cast<int32_t>(parcel->position);
 }
 
 binder_status_t AParcel_setDataPosition(const AParcel* parcel, int32_t position) {
-    if (position < 0 || size_t(position) > parcel->data.size() || position % 4 != 0) {
-        return STATUS_BAD_VALUE;
-    }
-    parcel->position = size_t(position);
+    const auto place = static_cast<size_t>(position);
+    if (position < 0 || place > parcel->data.size() || place % 4 != 0) return STATUS_BAD_VALUE;
+    parcel->position = place;
     return STATUS_OK;
 }
 
 int32_t AParcel_getDataSize(const AParcel* parcel) {
-    return int32_t(parcel->data.size());
+    return static_cast<int32_t>(parcel->data.size());
 }
 
 binder_status_t AParcel_writeInt32(AParcel* parcel, int32_t value) {
@@ -107,12 +109,13 @@ binder_status_t AParcel_writeFloat(AParcel* parcel, float value) {
 binder_status_t AParcel_writeString(AParcel* parcel, const char* text, int32_t length) {
     if (text == nullptr && length == kNullString) return WriteValue(parcel, kNullString);
     if (text == nullptr || length < 0) return STATUS_BAD_VALUE;
-    const size_t padded = Padded(size_t(length) + 1);
-    uint8_t* const place = parcel->Claim(sizeof length + padded);
+    const auto size = static_cast<size_t>(length);
+    const size_t padded = Padded(size + 1);
+    uint8_t* const place = parcel->Claim(sizeof(length) + padded);
     if (place == nullptr) return STATUS_NO_MEMORY;
-    std::memcpy(place, &length, sizeof length);
-    std::memcpy(place + sizeof length, text, size_t(length));
-    std::memset(place + sizeof length + length, 0, padded - size_t(length));
+    std::memcpy(place, &length, sizeof(length));
+    std::memcpy(place + sizeof(length), text, size);
+    std::memset(place + sizeof(length) + size, 0, padded - size);
     return STATUS_OK;
 }
 
@@ -120,13 +123,13 @@ binder_status_t AParcel_writeStatusHeader(AParcel* parcel, const AStatus* status
     if (status == nullptr) return STATUS_UNEXPECTED_NULL;
     const binder_exception_t exception = AStatus_getExceptionCode(status);
     if (exception == EX_TRANSACTION_FAILED) return AStatus_getStatus(status);
-    if (!TravelsInHeader(exception)) return STATUS_BAD_VALUE;
+    if (!FitsInHeader(exception)) return STATUS_BAD_VALUE;
     if (exception != EX_SERVICE_SPECIFIC) return WriteValue(parcel, exception);
-    // One write for both words: a header is written whole or not at all.
+    // Claims both words at once, so that a failure writes no part of the header.
     const int32_t words[] = {exception, AStatus_getServiceSpecificError(status)};
-    uint8_t* const place = parcel->Claim(sizeof words);
+    uint8_t* const place = parcel->Claim(sizeof(words));
     if (place == nullptr) return STATUS_NO_MEMORY;
-    std::memcpy(place, words, sizeof words);
+    std::memcpy(place, words, sizeof(words));
     return STATUS_OK;
 }
 
@@ -171,7 +174,7 @@ binder_status_t AParcel_readStatusHeader(const AParcel* parcel, AStatus** status
     int32_t exception = 0;
     int32_t code = 0;
     binder_status_t result = ReadValue(parcel, &exception);
-    if (result == STATUS_OK && !TravelsInHeader(exception)) result = STATUS_BAD_VALUE;
+    if (result == STATUS_OK && !FitsInHeader(exception)) result = STATUS_BAD_VALUE;
     if (result == STATUS_OK && exception == EX_SERVICE_SPECIFIC) result = ReadValue(parcel, &code);
     if (result != STATUS_OK) {
         parcel->position = start;

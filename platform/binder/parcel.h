@@ -1,4 +1,4 @@
-// The inside of a parcel, for the files that send and receive its bytes.
+// The memory of a parcel, for the files that send and receive its bytes.
 #pragma once
 
 #include <binder/parcel.h>
@@ -15,21 +15,22 @@ inline constexpr size_t kMaxParcelBytes = size_t{64} * 1024;
 }  // namespace binder
 
 struct AParcel {
-    // Become an empty parcel, or one that holds a copy of `bytes`, positioned at the start. The
-    // memory stays, so that a parcel can serve one message after the other.
+    // Replace the content by nothing or by a copy of `bytes`, with the position at the start. The
+    // memory is kept: a server reuses its parcels for all messages.
     void Clear() { Assign({}); }
     void Assign(std::span<const uint8_t> bytes) {
         data.assign(bytes.begin(), bytes.end());
         position = 0;
     }
 
-    // Room for `size` bytes at the position, which moves past them; null where the parcel would
-    // pass its limit.
+    // Returns room for `size` bytes at the position and moves the position past it. Null, without
+    // any change, if the parcel would exceed its limit.
     uint8_t* Claim(size_t size);
-    // The next `size` bytes, which the position then passes; null where fewer are left.
+    // Returns the next `size` bytes and moves the position past them. Null, without any change, if
+    // fewer are left.
     const uint8_t* Consume(size_t size) const;
 
     std::vector<uint8_t> data;
-    // Reading moves it, and readers hold parcels const. Never past data.size().
+    // Mutable, because reading a const parcel moves it. At most data.size().
     mutable size_t position = 0;
 };

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,16 +30,17 @@ Registration& TheRegistration() {
 namespace {
 
 constexpr std::string_view kRoot = "/run/binder/";
-// Others may pass through the directories but not list them, nor open them, nor hold the lock.
+// Other users may pass through the directories, but not list or open them, so they cannot lock
+// them.
 constexpr mode_t kDirectoryMode = 0711;
-// Whoever may connect may ask: the daemon's own user and group, and nobody else.
+// Only the owner and the group may connect.
 constexpr mode_t kSocketMode = 0660;
-constexpr int kHandedFd = 3;     // systemd's first
-constexpr int kPassRights = 83;  // SO_PASSRIGHTS, newer than the C library's headers
+constexpr int kHandedFd = 3;     // the first descriptor that systemd passes
+constexpr int kPassRights = 83;  // SO_PASSRIGHTS, which the C library's headers may lack
 
-// 0 and the address of an instance's socket, or the errno of a name that cannot be a path there.
-// Components that start with a dot are refused too, which leaves no way up.
-int AddressOf(const char* instance, sockaddr_un* address) {
+// Makes the address of an instance's socket. 0, or EINVAL or ENAMETOOLONG if the name cannot be a
+// path. A component must not start with a dot, so that no name leads out of kRoot.
+[[nodiscard]] int MakeAddress(const char* instance, sockaddr_un* address) {
     if (instance == nullptr) return EINVAL;
     const std::string_view name = instance;
     if (name.find("..") != name.npos) return EINVAL;
@@ -47,7 +49,7 @@ int AddressOf(const char* instance, sockaddr_un* address) {
         if (end == start || name[start] == '.') return EINVAL;
         start = end + 1;
     }
-    if (kRoot.size() + name.size() >= sizeof address->sun_path) return ENAMETOOLONG;
+    if (kRoot.size() + name.size() >= sizeof(address->sun_path)) return ENAMETOOLONG;
     *address = {};
     address->sun_family = AF_UNIX;
     kRoot.copy(address->sun_path, kRoot.size());
@@ -59,97 +61,115 @@ const sockaddr* Generic(const sockaddr_un& address) {
     return reinterpret_cast<const sockaddr*>(&address);
 }
 
-base::UniqueFd NewSocket(int flags) {
-    return base::UniqueFd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
+// 0 or an errno value.
+[[nodiscard]] int OpenSocket(int flags, base::UniqueFd* result) {
+    *result = base::UniqueFd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
+    return *result ? 0 : errno;
 }
 
-// Lets the kernel reject messages with descriptors, as Linux 6.16 and newer can. Dropping one could
-// block this process for as long as the peer likes: a TCP socket that lingers, or a locked file of
-// a FUSE file system. Connections inherit the setting. Older kernels do not have it.
+// Opens a directory that is no symbolic link. 0 or an errno value.
+[[nodiscard]] int OpenDirectory(int parent, const char* name, int flags, base::UniqueFd* result) {
+    *result = base::UniqueFd(openat(parent, name, flags | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return *result ? 0 : errno;
+}
+
+// Lets the kernel reject messages with descriptors. Closing such a descriptor could block this
+// process for as long as the peer chooses: a TCP socket with SO_LINGER, or a locked file of a FUSE
+// file system. Accepted connections inherit the option. Kernels before Linux 6.16 lack it.
 void RejectDescriptors(int listener) {
     const int no = 0;
-    (void)setsockopt(listener, SOL_SOCKET, kPassRights, &no, sizeof no);
+    (void)setsockopt(listener, SOL_SOCKET, kPassRights, &no, sizeof(no));
 }
 
-// Opens the directory that holds the last component of `path`, an absolute one, and makes what is
-// missing on the way. Empty: errno tells why.
-base::UniqueFd OpenDirectoryOf(std::string_view path) {
-    base::UniqueFd directory(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    for (size_t start = 1; directory;) {
-        const size_t end = path.find('/', start);
-        if (end == path.npos) break;
+// Opens the directory of the last component of `path`, which is absolute, and makes missing
+// directories on the way. 0 or an errno value.
+[[nodiscard]] int OpenDirectoryOf(std::string_view path, base::UniqueFd* result) {
+    base::UniqueFd directory;
+    if (const int error = OpenDirectory(AT_FDCWD, "/", O_PATH, &directory)) return error;
+    size_t start = 1;
+    for (size_t end; (end = path.find('/', start)) != path.npos; start = end + 1) {
         const std::string name(path.substr(start, end - start));
-        // Asked for by its mode, whatever the process's umask takes away.
+        // fchmodat sets the mode regardless of the umask.
         if (mkdirat(directory.get(), name.c_str(), kDirectoryMode) == 0 &&
             fchmodat(directory.get(), name.c_str(), kDirectoryMode, 0) != 0) {
-            return {};
+            return errno;
         }
-        directory = base::UniqueFd(
-            openat(directory.get(), name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        start = end + 1;
+        base::UniqueFd next;
+        if (const int error = OpenDirectory(directory.get(), name.c_str(), O_PATH, &next)) {
+            return error;
+        }
+        directory = std::move(next);
     }
-    if (!directory) return directory;
-    return base::UniqueFd(openat(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return OpenDirectory(directory.get(), ".", O_RDONLY, result);
 }
 
-// Makes the path free. 0, EEXIST where a living process listens there, or another errno.
-int RemoveLeftover(const sockaddr_un& address, int directory, const char* name) {
+// Removes the socket of a dead process. 0: the path is free. EEXIST: a living process listens
+// there. ENOTSOCK: it is no socket. Otherwise the errno value of the failed call.
+[[nodiscard]] int RemoveLeftover(const sockaddr_un& address, int directory, const char* name) {
     struct stat info;
     if (fstatat(directory, name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
         return errno == ENOENT ? 0 : errno;
     }
     if (!S_ISSOCK(info.st_mode)) return ENOTSOCK;
-    const base::UniqueFd probe = NewSocket(SOCK_NONBLOCK);
-    if (!probe) return errno;
-    // EAGAIN: its queue is full. EPROTOTYPE: it speaks something else. Both are alive.
-    if (connect(probe.get(), Generic(address), sizeof address) == 0 || errno == EAGAIN ||
-        errno == EPROTOTYPE) {
-        return EEXIST;
+    base::UniqueFd probe;
+    if (const int error = OpenSocket(SOCK_NONBLOCK, &probe)) return error;
+    const int error = connect(probe.get(), Generic(address), sizeof(address)) == 0 ? 0 : errno;
+    switch (error) {
+        case 0:
+        case EAGAIN:      // its queue is full
+        case EPROTOTYPE:  // a listener of another socket type
+            return EEXIST;
+        case ECONNREFUSED:
+            return unlinkat(directory, name, 0) == 0 ? 0 : errno;
+        default:
+            return error;
     }
-    if (errno != ECONNREFUSED) return errno;
-    return unlinkat(directory, name, 0) == 0 ? 0 : errno;
 }
 
-// Binds the path and listens. 0 or an errno. The lock lets one process at a time find out that
-// the path is free and take it, so that none removes the socket of another that has just begun.
-int Listen(const sockaddr_un& address, base::UniqueFd* listener) {
-    const base::UniqueFd directory = OpenDirectoryOf(address.sun_path);
-    if (!directory) return errno;
+// Binds the path and listens. 0, or an error of RemoveLeftover or of the failed call. The lock lets
+// one process at a time check that the path is free and bind it: otherwise a process could remove
+// the socket that another has bound since the check.
+[[nodiscard]] int Listen(const sockaddr_un& address, base::UniqueFd* listener) {
+    base::UniqueFd directory;
+    if (const int error = OpenDirectoryOf(address.sun_path, &directory)) return error;
     if (base::RetryOnInterrupt([&] { return flock(directory.get(), LOCK_EX); }) != 0) return errno;
     const char* const name = std::strrchr(address.sun_path, '/') + 1;
     if (const int error = RemoveLeftover(address, directory.get(), name)) return error;
-    base::UniqueFd fd = NewSocket(SOCK_NONBLOCK);
+    base::UniqueFd fd;
+    if (const int error = OpenSocket(SOCK_NONBLOCK, &fd)) return error;
     RejectDescriptors(fd.get());
-    if (!fd || bind(fd.get(), Generic(address), sizeof address) != 0) return errno;
-    // Nobody can connect before listen, so no one sees the socket with another mode.
+    if (bind(fd.get(), Generic(address), sizeof(address)) != 0) return errno;
+    // No client can connect before listen, so the mode is set in time.
     if (fchmodat(directory.get(), name, kSocketMode, 0) != 0 || listen(fd.get(), SOMAXCONN) != 0) {
         const int error = errno;
-        (void)unlinkat(directory.get(), name, 0);
+        (void)unlinkat(directory.get(), name, 0);  // The first error is the one to report.
         return error;
     }
     *listener = std::move(fd);
     return 0;
 }
 
-bool SocketOptionIs(int fd, int option, int wanted) {
+// False also if the option cannot be read.
+bool SocketOptionIs(int fd, int option, int expected) {
     int value = 0;
-    socklen_t size = sizeof value;
-    return getsockopt(fd, SOL_SOCKET, option, &value, &size) == 0 && value == wanted;
+    socklen_t size = sizeof(value);
+    return getsockopt(fd, SOL_SOCKET, option, &value, &size) == 0 && value == expected;
 }
 
-// True when the environment names this process as the one to be handed sockets. The variables are
-// removed: they are not for this process's children.
-bool TakeHandOver(std::string* count) {
+// The value of LISTEN_FDS if systemd passed sockets to this process, otherwise empty. Removes the
+// variables, so that child processes do not inherit them.
+std::optional<std::string> TakeHandedCount() {
     const char* const pid = std::getenv("LISTEN_PID");
     const char* const fds = std::getenv("LISTEN_FDS");
-    if (pid == nullptr || fds == nullptr || pid != std::to_string(getpid())) return false;
-    *count = fds;
+    if (pid == nullptr || fds == nullptr || pid != std::to_string(getpid())) return std::nullopt;
+    std::string count = fds;
     for (const char* name : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"}) unsetenv(name);
-    return true;
+    return count;
 }
 
-// Checks that the handed descriptor is a socket like our own, and prepares it. 0 or an errno.
-int AdoptHanded(const std::string& count, base::UniqueFd* listener) {
+// Takes over the one descriptor that systemd passed. 0; EINVAL if it is not one listening
+// SOCK_SEQPACKET socket; otherwise the errno value of the failed call.
+[[nodiscard]] int AdoptHanded(const std::string& count, base::UniqueFd* listener) {
     if (count != "1" || !SocketOptionIs(kHandedFd, SO_DOMAIN, AF_UNIX) ||
         !SocketOptionIs(kHandedFd, SO_TYPE, SOCK_SEQPACKET) ||
         !SocketOptionIs(kHandedFd, SO_ACCEPTCONN, 1)) {
@@ -175,12 +195,13 @@ binder_status_t AServiceManager_registerLazyService(AIBinder* binder, const char
     Registration& registration = TheRegistration();
     if (registration.binder != nullptr) return -EBUSY;
     sockaddr_un address;
-    if (const int error = AddressOf(instance, &address)) return -error;
-    std::string count;
-    registration.handed_over = TakeHandOver(&count);
-    const int error = registration.handed_over ? AdoptHanded(count, &registration.listener)
-                                               : Listen(address, &registration.listener);
-    if (error != 0) return error == EEXIST ? STATUS_ALREADY_EXISTS : -error;
+    if (const int error = MakeAddress(instance, &address)) return -error;
+    const std::optional<std::string> handed = TakeHandedCount();
+    registration.handed_over = handed.has_value();
+    const int error = handed ? AdoptHanded(*handed, &registration.listener)
+                             : Listen(address, &registration.listener);
+    static_assert(STATUS_ALREADY_EXISTS == -EEXIST && STATUS_BAD_VALUE == -EINVAL);
+    if (error != 0) return -error;
     AIBinder_incStrong(binder);
     registration.binder = binder;
     return STATUS_OK;
@@ -189,13 +210,14 @@ binder_status_t AServiceManager_registerLazyService(AIBinder* binder, const char
 AIBinder* AServiceManager_checkService(const char* instance) {
     using namespace binder;
     sockaddr_un address;
-    if (const int error = AddressOf(instance, &address)) {
+    base::UniqueFd fd;
+    int error = MakeAddress(instance, &address);
+    if (error == 0) error = OpenSocket(0, &fd);
+    if (error != 0) {
         errno = error;
         return nullptr;
     }
-    base::UniqueFd fd = NewSocket(0);
-    if (!fd) return nullptr;
-    const auto connect_once = [&] { return connect(fd.get(), Generic(address), sizeof address); };
-    if (base::RetryOnInterrupt(connect_once) != 0) return nullptr;
+    const auto connect_once = [&] { return connect(fd.get(), Generic(address), sizeof(address)); };
+    if (base::RetryOnInterrupt(connect_once) != 0) return nullptr;  // errno is connect's
     return NewRemoteBinder(std::move(fd));
 }

@@ -1,4 +1,4 @@
-// The one name that this process serves, from its registration until the process ends.
+// The name that this process serves, at most one, from its registration until the process ends.
 #pragma once
 
 #include <base/unique_fd.h>
@@ -7,12 +7,12 @@
 namespace binder {
 
 struct Registration {
-    AIBinder* binder = nullptr;  // holds a strong reference; null: nothing is registered
-    base::UniqueFd listener;     // does not block
-    bool handed_over = false;    // whoever started this process holds the listener too
+    AIBinder* binder = nullptr;  // a strong reference; null: nothing is registered
+    base::UniqueFd listener;     // non-blocking
+    bool handed_over = false;    // systemd passed the listener and also holds it
 };
 
-// Written by the registration, read by the serving thread: one thread at a time.
+// Set by AServiceManager_registerLazyService, read by the server. Not locked: one thread at a time.
 Registration& TheRegistration();
 
 }  // namespace binder

@@ -1,6 +1,6 @@
-// A client's connection to the process that serves a remote binder. One transaction at a time; it
-// closes at the first failure, because a late reply would be taken for the answer to the next
-// request.
+// A client's connection to the process that serves a remote binder. Owns the socket. Several
+// threads may use it; a mutex serialises their transactions. The first failure closes the
+// connection: a late reply would otherwise be returned for the next request.
 #pragma once
 
 #include <base/unique_fd.h>
@@ -14,17 +14,19 @@ namespace binder {
 
 class RemoteConnection {
   public:
-    // message_ stays as it is until a message is received into it.
+    // message_ is not initialised: Transact reads only what it received.
     // cppcheck-suppress uninitMemberVar
     explicit RemoteConnection(base::UniqueFd socket);
 
-    // Waits for the reply. Returns its status, or that of the failure: STATUS_DEAD_OBJECT if the
-    // service or an earlier failure closed the connection. Threads take turns.
+    // Sends the request, waits for the reply without a time limit, and returns the status in it.
+    // STATUS_DEAD_OBJECT: the service closed the connection, or an earlier transaction failed.
+    // STATUS_FAILED_TRANSACTION: the request could not be sent or the reply is malformed. `reply`
+    // is changed only if a well-formed reply came; it is empty unless the status is STATUS_OK.
     [[nodiscard]] binder_status_t Transact(transaction_code_t code, const AParcel& request,
                                            AParcel* reply);
 
   private:
-    binder_status_t Exchange(transaction_code_t code, const AParcel& request);
+    [[nodiscard]] binder_status_t Exchange(transaction_code_t code, const AParcel& request);
 
     std::mutex mutex_;
     base::UniqueFd socket_;

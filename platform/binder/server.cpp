@@ -1,3 +1,4 @@
+#include <base/unique_fd.h>
 #include <binder/process.h>
 #include <poll.h>
 #include <sys/epoll.h>
@@ -6,6 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <limits>
@@ -17,12 +20,14 @@
 #include "connections.h"
 #include "message.h"
 #include "object.h"
+#include "parcel.h"
 #include "registry.h"
 
 namespace binder {
 namespace {
 
-constexpr uint32_t kListener = Connections::kPlaces;  // its number among the connections' events
+constexpr uint32_t kListener = Connections::kPlaces;  // number of the listener in epoll events
+constexpr int kMaxEvents = Connections::kPlaces + 1;
 constexpr int kAcceptsPerRound = 256;
 constexpr int64_t kRoundMs = 4;
 constexpr int64_t kIdleMs = 10'000;
@@ -31,38 +36,45 @@ constexpr int kWaitRetryMs = 100;
 constexpr int kMaxWaitFailures = 20;
 constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 
-// To some milliseconds. This clock is read without the kernel, whatever the machine's timer.
+// Monotonic time with a resolution of some milliseconds. Reading this clock never enters the
+// kernel.
 int64_t NowMs() {
     timespec now{};
     (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
-// Serves one binder to all who connect, in rounds: wait, accept all that connected, then serve one
-// request of each ready connection, users in turn. A round ends early when its calls take long, so
-// that requests that have come since then get their turn.
+bool IsHangUp(const epoll_event& event) {
+    return (event.events & EPOLLHUP) != 0;
+}
+
+// Serves one binder to all clients in rounds: it waits for events, accepts all new connections and
+// serves one request of each ready connection; users take turns. A round of slow calls ends early,
+// so that requests that came in the meantime get their turn.
 //
-// A peer that sends a malformed message is disconnected. A request is not received before the
-// reply to the last one was taken, so that a peer that does not read costs one reply. Nothing is
-// logged: what a peer can cause once it can cause a million times.
+// A peer that sends a malformed message is disconnected. A request is received only after the peer
+// took the last reply, so a peer that does not read costs one reply. Never logs: a client could
+// flood the log.
 class Server {
   public:
-    // message_ stays as it is until a message is received into it.
+    // message_ is not initialised: Serve reads only what it received.
     // cppcheck-suppress uninitMemberVar
     explicit Server(const Registration& registration)
         : binder_(registration.binder),
           listener_(registration.listener.get()),
-          may_leave_(registration.handed_over),
+          exits_when_idle_(registration.handed_over),
           epoll_(epoll_create1(EPOLL_CLOEXEC)) {}
 
-    // Returns when the kernel refuses to wait for clients, again and again.
+    // Returns if the events cannot be set up, or after kMaxWaitFailures failed waits in a row.
     void Run();
 
   private:
-    bool Watch(int operation, int fd, uint32_t number, uint32_t events);
+    [[nodiscard]] bool Watch(int operation, int fd, uint32_t number, uint32_t events);
     void RunRound(std::span<const epoll_event> events);
     void AcceptAll();
+    void PauseAccepting();
     void Admit(base::UniqueFd fd);
+    void MarkReady(uint32_t number);
     void ServeReady();
     void Serve(uint32_t number);
     void HoldBack(uint32_t number, bool held_back);
@@ -73,12 +85,11 @@ class Server {
 
     AIBinder* const binder_;
     const int listener_;
-    const bool may_leave_;
+    const bool exits_when_idle_;
     base::UniqueFd epoll_;
     Connections connections_;
-    // Points in time, or kNever.
-    int64_t accept_again_at_ms_ = kNever;  // the listener is not watched until then
-    int64_t leave_at_ms_ = kNever;
+    int64_t accept_again_at_ms_ = kNever;  // kNever: the listener is watched
+    int64_t exit_at_ms_ = kNever;          // kNever: there are connections, or it never exits
     AParcel request_;
     AParcel reply_;
     Message message_;
@@ -86,21 +97,22 @@ class Server {
 
 void Server::Run() {
     if (!epoll_ || !Watch(EPOLL_CTL_ADD, listener_, kListener, EPOLLIN)) return;
-    if (may_leave_) leave_at_ms_ = NowMs() + kIdleMs;
-    std::array<epoll_event, Connections::kPlaces + 1> events;
+    if (exits_when_idle_) exit_at_ms_ = NowMs() + kIdleMs;
+    std::array<epoll_event, kMaxEvents> events;
     for (int failures = 0; failures < kMaxWaitFailures;) {
-        const int ready = epoll_wait(epoll_.get(), events.data(), int(events.size()), WaitMs());
+        const int ready = epoll_wait(epoll_.get(), events.data(), kMaxEvents, WaitMs());
         if (ready < 0 && errno != EINTR) {
             ++failures;
-            (void)poll(nullptr, 0, kWaitRetryMs);
+            (void)poll(nullptr, 0, kWaitRetryMs);  // A failed or interrupted pause is only shorter.
             continue;
         }
         failures = 0;
-        RunRound({events.data(), size_t(std::max(ready, 0))});
+        RunRound({events.data(), static_cast<size_t>(std::max(ready, 0))});
         CheckTime();
     }
 }
 
+// False: the kernel refused the change.
 bool Server::Watch(int operation, int fd, uint32_t number, uint32_t events) {
     epoll_event event{};
     event.events = events;
@@ -108,27 +120,20 @@ bool Server::Watch(int operation, int fd, uint32_t number, uint32_t events) {
     return epoll_ctl(epoll_.get(), operation, fd, &event) == 0;
 }
 
+// Closes what hung up before it accepts, so that the places are free.
 void Server::RunRound(std::span<const epoll_event> events) {
-    bool connected = false;
+    bool accept = false;
     for (const epoll_event& event : events) {
         if (event.data.u32 == kListener) {
-            connected = true;
-        } else if ((event.events & EPOLLHUP) != 0) {
+            accept = true;
+        } else if (IsHangUp(event)) {
             HangUp(event.data.u32);
         }
     }
-    if (connected) AcceptAll();
+    if (accept) AcceptAll();
     connections_.StartRound();
     for (const epoll_event& event : events) {
-        const uint32_t number = event.data.u32;
-        if (number == kListener || (event.events & EPOLLHUP) != 0) continue;
-        // The place may be another connection's since AcceptAll; receiving from it does no harm.
-        if (!connections_.holds(number)) continue;
-        // The edge that it waited for is reported once, and the round may end before its turn.
-        if (connections_.held_back(number) && ReplyWasTaken(connections_.fd(number))) {
-            HoldBack(number, false);
-        }
-        if (connections_.holds(number)) connections_.MarkReady(number);
+        if (event.data.u32 != kListener && !IsHangUp(event)) MarkReady(event.data.u32);
     }
     ServeReady();
 }
@@ -140,24 +145,40 @@ void Server::AcceptAll() {
             Admit(std::move(fd));
             continue;
         }
-        if (errno == EAGAIN || errno == ECONNABORTED || errno == EINTR) return;
-        // Out of descriptors or the like: the peer still waits, so another try now would be a spin.
-        if (Watch(EPOLL_CTL_MOD, listener_, kListener, 0)) {
-            accept_again_at_ms_ = NowMs() + kAcceptRetryMs;
-        }
+        if (errno != EAGAIN && errno != ECONNABORTED && errno != EINTR) PauseAccepting();
         return;
     }
 }
 
+// Stops watching the listener, for example when descriptors run out: the peer still waits, so the
+// listener would be reported again at once.
+void Server::PauseAccepting() {
+    if (Watch(EPOLL_CTL_MOD, listener_, kListener, 0)) {
+        accept_again_at_ms_ = NowMs() + kAcceptRetryMs;
+    }
+}
+
 void Server::Admit(base::UniqueFd fd) {
-    // As it was when the peer connected. Its process id may be another process's by now.
+    // The uid at the time of connecting. The process id may belong to another process by now.
     ucred peer;
-    socklen_t size = sizeof peer;
+    socklen_t size = sizeof(peer);
     if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return;
     const std::optional<uint32_t> number = connections_.Admit(std::move(fd), peer.uid, NowMs());
     if (!number) return;
-    leave_at_ms_ = kNever;
-    if (!Watch(EPOLL_CTL_ADD, connections_.fd(*number), *number, EPOLLIN)) Close(*number);
+    exit_at_ms_ = kNever;
+    if (!Watch(EPOLL_CTL_ADD, connections_.Fd(*number), *number, EPOLLIN)) Close(*number);
+}
+
+// AcceptAll may have closed the connection or given its number to a new one. The latter does no
+// harm: to serve it finds no request.
+void Server::MarkReady(uint32_t number) {
+    if (!connections_.Holds(number)) return;
+    // The edge that the reply was taken is reported once, and the round may end before the turn of
+    // this connection.
+    if (connections_.HeldBack(number) && ReplyWasTaken(connections_.Fd(number))) {
+        HoldBack(number, false);
+    }
+    if (connections_.Holds(number)) connections_.MarkReady(number);
 }
 
 void Server::ServeReady() {
@@ -169,61 +190,64 @@ void Server::ServeReady() {
 }
 
 void Server::Serve(uint32_t number) {
-    const int fd = connections_.fd(number);
+    const int fd = connections_.Fd(number);
     if (!ReplyWasTaken(fd)) {
-        if (!connections_.held_back(number)) HoldBack(number, true);
+        if (!connections_.HeldBack(number)) HoldBack(number, true);
         return;
     }
     const ReceiveResult result = Receive(fd, kRequestMagic, &message_);
     if (result == ReceiveResult::kNothing) return;
-    if (result != ReceiveResult::kMessage) return Close(number);
+    if (result != ReceiveResult::kMessage) {
+        Close(number);
+        return;
+    }
     connections_.NoteRequest(number, NowMs());
     request_.Assign(message_.data());
-    const binder_status_t status =
-        RunTransaction(binder_, uint32_t(message_.header.word), &request_, &reply_);
-    if (status != STATUS_OK) reply_.Clear();
+    const auto code = static_cast<transaction_code_t>(message_.header.word);
+    const binder_status_t status = RunTransaction(binder_, code, &request_, &reply_);
     if (Send(fd, kReplyMagic, status, reply_.data, &message_) != 0) Close(number);
 }
 
-// Waits for the peer to take a reply instead of for its next request, or the other way round.
-// Writable it is all along: only the edge, a message received by the peer, is an event.
+// Watches either for the peer to take the reply or for its next request. A socket is nearly always
+// writable, so EPOLLOUT is edge-triggered: the kernel reports it when the peer receives a message.
 void Server::HoldBack(uint32_t number, bool held_back) {
-    connections_.set_held_back(number, held_back);
+    connections_.SetHeldBack(number, held_back);
     const uint32_t events = held_back ? uint32_t{EPOLLOUT} | EPOLLET : uint32_t{EPOLLIN};
-    if (!Watch(EPOLL_CTL_MOD, connections_.fd(number), number, events)) Close(number);
+    if (!Watch(EPOLL_CTL_MOD, connections_.Fd(number), number, events)) Close(number);
 }
 
-// The peer closed the connection, or shut it down and keeps the last reply.
+// The peer closed its socket, or shut it down and has not taken the last reply.
 void Server::HangUp(uint32_t number) {
-    if (ReplyWasTaken(connections_.fd(number))) {
+    if (ReplyWasTaken(connections_.Fd(number))) {
         Close(number);
-    } else if (!connections_.held_back(number)) {
+    } else if (!connections_.HeldBack(number)) {
         HoldBack(number, true);
     }
 }
 
 void Server::Close(uint32_t number) {
     connections_.Close(number);
-    if (connections_.count() == 0 && may_leave_) leave_at_ms_ = NowMs() + kIdleMs;
+    if (connections_.Count() == 0 && exits_when_idle_) exit_at_ms_ = NowMs() + kIdleMs;
 }
 
 void Server::CheckTime() {
-    if (accept_again_at_ms_ == kNever && leave_at_ms_ == kNever) return;
+    if (accept_again_at_ms_ == kNever && exit_at_ms_ == kNever) return;
     const int64_t now_ms = NowMs();
     if (now_ms >= accept_again_at_ms_) {
         const bool watched = Watch(EPOLL_CTL_MOD, listener_, kListener, EPOLLIN);
         accept_again_at_ms_ = watched ? kNever : now_ms + kAcceptRetryMs;
     }
-    if (now_ms >= leave_at_ms_) {
-        // A client that has just connected is served rather than made to wait for the next process.
+    if (now_ms >= exit_at_ms_) {
+        // A client that connected just now would otherwise wait for the next process to start.
         AcceptAll();
-        if (connections_.count() == 0) std::exit(0);
+        if (connections_.Count() == 0) std::exit(0);
     }
 }
 
+// Milliseconds until the next point in time, for epoll_wait; -1: none.
 int Server::WaitMs() const {
-    const int64_t next_ms = std::min(accept_again_at_ms_, leave_at_ms_);
-    return next_ms == kNever ? -1 : int(std::max(next_ms - NowMs(), int64_t{0}));
+    const int64_t next_ms = std::min(accept_again_at_ms_, exit_at_ms_);
+    return next_ms == kNever ? -1 : static_cast<int>(std::max(next_ms - NowMs(), int64_t{0}));
 }
 
 }  // namespace

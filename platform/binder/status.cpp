@@ -1,7 +1,7 @@
 #include <binder/status.h>
 
-// `code` belongs to EX_SERVICE_SPECIFIC (the service's number) and EX_TRANSACTION_FAILED (the
-// transport code); 0 with every other exception.
+// `code` is the service's error code with EX_SERVICE_SPECIFIC, the transport code with
+// EX_TRANSACTION_FAILED, and 0 with any other exception.
 struct AStatus {
     binder_exception_t exception;
     int32_t code;
@@ -12,7 +12,7 @@ AStatus* AStatus_newOk() {
 }
 
 AStatus* AStatus_fromExceptionCode(binder_exception_t exception) {
-    // This exception without a transport code would read as a failure that succeeded.
+    // With transport code 0, AStatus_getStatus would return STATUS_OK for a failure.
     if (exception == EX_TRANSACTION_FAILED) return AStatus_fromStatus(STATUS_UNKNOWN_ERROR);
     return new AStatus{exception, 0};
 }

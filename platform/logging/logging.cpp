@@ -1,5 +1,6 @@
 #include <base/escape.h>
 #include <base/standard_error.h>
+#include <base/unique_fd.h>
 #include <logging/logging.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -17,16 +18,22 @@ namespace {
 
 std::atomic<LogSeverity> minimum_severity{INFO};
 
-std::string Place(const char* file, unsigned int line) {
+std::string PlaceOf(const char* file, unsigned int line) {
     return std::string(file) + ':' + std::to_string(line) + ": ";
 }
 
-// SEVERITY tag file:line: text
+// A NUL would end the text in a LogFunction.
+std::string WithoutNuls(std::string text) {
+    for (size_t nul; (nul = text.find('\0')) != text.npos;) text.replace(nul, 1, "\\x00");
+    return text;
+}
+
+// Writes "SEVERITY tag file:line: text".
 void WriteToStderr(LogSeverity severity, const char* tag, const char* file, unsigned int line,
                    const char* message) {
     constexpr const char* kNames[] = {"VERBOSE", "DEBUG", "INFO", "WARNING", "ERROR", "FATAL"};
     std::string record = base::EscapedControls(std::string(kNames[severity]) + ' ' + tag + ' ' +
-                                               Place(file, line) + message);
+                                               PlaceOf(file, line) + message);
     base::CutTo(base::kLargestRecord - 1, &record);
     base::WriteToStandardError(record + '\n');
 }
@@ -59,24 +66,21 @@ struct Setup {
     std::string tag;
 };
 
-// Never destroyed: records may come from the destructors of other statics.
+// Never destroyed: the destructors of other static objects may log.
 Setup& TheSetup() {
     static Setup& setup = *new Setup;
     return setup;
 }
 
-// One datagram. Not syslog(3): it puts the time in front, which the daemon does too, at the price
-// of the C library's time zones and scanning, and it waits for a daemon that does not read. A
-// socket for each record finds a daemon that started late or again, and holds no descriptor. False:
-// no daemon takes the record now.
+// Sends one datagram. False: no log daemon accepts it now. A new socket for each record reaches a
+// daemon that started late or restarted, and holds no descriptor. Not syslog(3): it blocks while
+// the daemon does not read, and adds a time stamp, which needs the time zone code although the
+// daemon adds one too.
 bool SendToLogDaemon(const std::string& record) {
     constexpr sockaddr_un kAddress{AF_UNIX, "/dev/log"};
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd < 0) return false;
-    const bool sent = sendto(fd, record.data(), record.size(), MSG_NOSIGNAL,
-                             reinterpret_cast<const sockaddr*>(&kAddress), sizeof kAddress) >= 0;
-    close(fd);
-    return sent;
+    const base::UniqueFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    return fd && sendto(fd.get(), record.data(), record.size(), MSG_NOSIGNAL,
+                        reinterpret_cast<const sockaddr*>(&kAddress), sizeof(kAddress)) >= 0;
 }
 
 }  // namespace
@@ -89,13 +93,13 @@ void LogdLogger::operator()(LogId id, LogSeverity severity, const char* tag, con
     const int facility = buffer == MAIN ? LOG_DAEMON : LOG_USER;
     std::string record = base::EscapedControls(
         '<' + std::to_string(facility | SyslogPriority(severity)) + '>' + tag + '[' +
-        std::to_string(pid_) + "]: " + Place(file, line) + message);
+        std::to_string(pid_) + "]: " + PlaceOf(file, line) + message);
     base::CutTo(base::kLargestRecord, &record);
     if (!SendToLogDaemon(record)) WriteToStderr(severity, tag, file, line, message);
 }
 
 void DefaultAborter(const char*) {
-    std::abort();  // The record has told why.
+    std::abort();
 }
 
 void InitLogging(char* argv[], LogFunction&& logger, AbortFunction&& aborter) {
@@ -130,13 +134,13 @@ LogMessage::LogMessage(const char* file, unsigned int line, LogSeverity severity
       saved_errno_(errno) {}
 
 LogMessage::~LogMessage() {
-    // strerror: glibc's answer is the calling thread's own.
+    // glibc's strerror is thread-safe.
     if (error_ != -1) stream_ << ": " << std::strerror(error_);
     const Setup& setup = TheSetup();
     const char* const tag = tag_ != nullptr ? tag_ : setup.tag.c_str();
-    const char* const message = stream_.text().c_str();
-    setup.logger(DEFAULT, severity_, tag, file_, line_, message);
-    if (severity_ == FATAL) setup.aborter(message);
+    const std::string message = WithoutNuls(stream_.text());
+    setup.logger(DEFAULT, severity_, tag, file_, line_, message.c_str());
+    if (severity_ == FATAL) setup.aborter(message.c_str());
     errno = saved_errno_;
 }
 

@@ -1,9 +1,16 @@
-// Local binders: who keeps what alive, hooks, and transactions within one process.
-#include <binder/ibinder.h>
+// Binder objects: references, hooks and transactions in one process, and one proxy's connection.
+#include <base/unique_fd.h>
 #include <binder/interface_utils.h>
+#include <binder/service_manager.h>
 #include <gtest/gtest.h>
+#include <platform/binder/message.h>
+#include <platform/binder/object.h>
+#include <private_root.h>
+#include <sys/socket.h>
 
 #include <atomic>
+#include <cerrno>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,133 +23,181 @@ namespace {
 
 std::atomic<int> created, destroyed;
 
-void* Create(void* argument) {
-    ++created;
-    return argument;
-}
-void Destroy(void*) {
-    ++destroyed;
-}
-
-// Answers twice the request's number; code 9 fails after it has written something, and code 10
-// with what is no status.
+// Replies with twice the number of the request. Code 9 fails after writing, code 10 returns a
+// positive value.
 binder_status_t Double(AIBinder*, transaction_code_t code, const AParcel* request, AParcel* reply) {
     int32_t number = 0;
-    if (code == 10) return 1;
     if (binder_status_t status = AParcel_readInt32(request, &number)) return status;
     if (binder_status_t status = AParcel_writeInt32(reply, number * 2)) return status;
-    return code == 9 ? STATUS_UNKNOWN_TRANSACTION : STATUS_OK;
+    return code == 9 ? STATUS_UNKNOWN_TRANSACTION : code == 10 ? 1 : STATUS_OK;
 }
 
-class BinderTest : public testing::Test {
-  protected:
-    BinderTest() {
-        created = destroyed = 0;
-        binder_ = StrongBinder(AIBinder_new(Class(), &data_));
-    }
+AIBinder_Class* NewClass() {
+    const auto create = [](void* argument) { return ++created, argument; };
+    return AIBinder_Class_define(
+        "test.IDouble", create, [](void*) { ++destroyed; }, Double);
+}
 
-    static AIBinder_Class* Class() {
-        static AIBinder_Class* const clazz =
-            AIBinder_Class_define("test.IDouble", Create, Destroy, Double);
-        return clazz;
-    }
-    int data_ = 0;
-    StrongBinder binder_;
-};
+AIBinder* NewBinder(void* data) {
+    static AIBinder_Class* const clazz = NewClass();
+    return AIBinder_new(clazz, data);
+}
 
-TEST_F(BinderTest, UserDataLivesAsLongAsStrongReferences) {
-    EXPECT_EQ(AIBinder_getUserData(binder_.get()), &data_);
-    EXPECT_FALSE(AIBinder_isRemote(binder_.get()));
-    const WeakBinder weak(AIBinder_Weak_new(binder_.get()));
-    AIBinder_incStrong(binder_.get());
-    StrongBinder second(binder_.get());
-    binder_ = StrongBinder();
-    EXPECT_EQ(destroyed, 0);
-    StrongBinder promoted(AIBinder_Weak_promote(weak.get()));
-    EXPECT_EQ(promoted.get(), second.get());
+// Sets *number to the reply's if there is a reply.
+binder_status_t Transact(AIBinder* binder, transaction_code_t code, int32_t* number,
+                         binder_flags_t flags = 0) {
+    ScopedParcel request(AParcel_create()), reply;
+    EXPECT_EQ(AParcel_writeInt32(request.get(), *number), STATUS_OK);
+    const auto status = AIBinder_transact(binder, code, request.slot(), reply.slot(), flags);
+    EXPECT_FALSE(request);
+    EXPECT_EQ(bool{reply}, status == STATUS_OK);
+    return status == STATUS_OK ? AParcel_readInt32(reply.get(), number) : status;
+}
+
+// First, because it may not run after a thread was started.
+TEST(RegistryTest, InvalidNamesAndSymbolicLinksAreRejected) {
+    for (const char* name : {"a..b", "a/", "a/.b"}) {
+        EXPECT_EQ(AServiceManager_checkService(name), nullptr);
+        EXPECT_EQ(errno, EINVAL) << name;
+    }
+    ASSERT_NO_FATAL_FAILURE(EnterPrivateRoot());
+    WriteLink("/run/binder/a", "/run");
+    const StrongBinder service(NewBinder(nullptr));
+    EXPECT_EQ(AServiceManager_registerLazyService(service.get(), "a/b"), -ENOTDIR);
+}
+
+TEST(BinderTest, UserDataLivesAsLongAsStrongReferences) {
+    created = destroyed = 0;
+    int data = 0;
+    StrongBinder first(NewBinder(&data));
+    EXPECT_EQ(AIBinder_getUserData(first.get()), &data);
+    AIBinder_incStrong(first.get());
+    StrongBinder second(first.get());
+    const WeakBinder weak(AIBinder_Weak_new(first.get()));
+    first = StrongBinder();
+    first = StrongBinder(AIBinder_Weak_promote(weak.get()));
     second = StrongBinder();
     EXPECT_EQ(destroyed, 0);
-    promoted = StrongBinder();
+    first = StrongBinder();
     EXPECT_EQ(destroyed, 1);
     EXPECT_EQ(AIBinder_Weak_promote(weak.get()), nullptr);
     EXPECT_EQ(created, 1);
 }
 
-TEST_F(BinderTest, PromotionRacesWithTheLastRelease) {
+TEST(BinderTest, PromotionRacesWithTheLastRelease) {
+    destroyed = 0;
     for (int round = 0; round < 200; ++round) {
-        StrongBinder last(AIBinder_new(Class(), nullptr));
-        std::atomic<int> ready{0};
-        std::vector<std::thread> threads;
-        for (int i = 0; i < 3; ++i) {
-            threads.emplace_back([&ready, round, weak = WeakBinder(AIBinder_Weak_new(last.get()))] {
-                ++ready;
-                // Bounded: together the threads could keep the object alive for very long.
-                for (int attempt = 0; attempt < 100; ++attempt) {
-                    const StrongBinder alive(AIBinder_Weak_promote(weak.get()));
-                    if (!alive) break;
-                    EXPECT_EQ(destroyed, round);
-                }
-            });
-        }
-        while (ready < 3) std::this_thread::yield();
+        StrongBinder last(NewBinder(nullptr));
+        std::atomic<bool> ready{false};
+        std::thread promoter([&ready, round, weak = WeakBinder(AIBinder_Weak_new(last.get()))] {
+            ready = true;
+            for (;;) {
+                const StrongBinder alive(AIBinder_Weak_promote(weak.get()));
+                if (!alive) break;
+                EXPECT_EQ(destroyed, round);
+            }
+        });
+        while (!ready) std::this_thread::yield();
         last = StrongBinder();
-        for (std::thread& thread : threads) thread.join();
+        promoter.join();
         EXPECT_EQ(destroyed, round + 1);
     }
 }
 
-TEST_F(BinderTest, TransactionsTakeTheRequestAndGiveAReplyOrAStatus) {
+TEST(BinderTest, LocalTransactionsReturnAReplyOrAStatus) {
+    const StrongBinder local(NewBinder(nullptr));
     const struct {
+        AIBinder* binder;
         transaction_code_t code;
-        bool with_number;
         binder_flags_t flags;
         binder_status_t status;
-    } cases[] = {{1, true, 0, STATUS_OK},
-                 {1, false, 0, STATUS_NOT_ENOUGH_DATA},
-                 {1, true, 1, STATUS_BAD_VALUE},
-                 {9, true, 0, -74},
-                 {10, true, 0, STATUS_UNKNOWN_ERROR}};
+    } cases[] = {{local.get(), 1, 0, STATUS_OK},
+                 {local.get(), 1, 1, STATUS_BAD_VALUE},
+                 {local.get(), 9, 0, -74},
+                 {local.get(), 10, 0, STATUS_UNKNOWN_ERROR},
+                 {nullptr, 1, 0, STATUS_UNEXPECTED_NULL}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.status);
-        ScopedParcel request, reply;
-        ASSERT_EQ(AIBinder_prepareTransaction(binder_.get(), request.slot()), STATUS_OK);
-        if (c.with_number) {
-            ASSERT_EQ(AParcel_writeInt32(request.get(), 21), STATUS_OK);
-        }
-        EXPECT_EQ(AIBinder_transact(binder_.get(), c.code, request.slot(), reply.slot(), c.flags),
-                  c.status);
-        EXPECT_FALSE(request);
-        ASSERT_EQ(bool(reply), c.status == STATUS_OK);
-        int32_t number = 0;
-        if (reply) {
-            EXPECT_EQ(AParcel_readInt32(reply.get(), &number), STATUS_OK);
-        }
-        EXPECT_EQ(number, reply ? 42 : 0);
+        int32_t number = 21;
+        EXPECT_EQ(Transact(c.binder, c.code, &number, c.flags), c.status);
+        EXPECT_EQ(number, c.status == STATUS_OK ? 42 : 21);
     }
+    const ScopedParcel request(AParcel_create()), reply(AParcel_create());
+    ASSERT_EQ(AParcel_writeInt32(request.get(), 21), STATUS_OK);
+    EXPECT_EQ(binder::RunTransaction(local.get(), 9, request.get(), reply.get()), -74);
+    EXPECT_EQ(AParcel_getDataSize(reply.get()), 0);  // The server sends it.
 }
 
-TEST_F(BinderTest, HooksAreTheClassesOwn) {
-    EXPECT_EQ(AIBinder_dump(binder_.get(), 1, nullptr, 0), STATUS_OK);
-    EXPECT_EQ(AIBinder_runShellCommand(binder_.get(), 0, 1, 2, nullptr, 0), STATUS_OK);
-    static AIBinder_Class* const clazz =
-        AIBinder_Class_define("test.IHooks", Create, Destroy, Double);
+TEST(BinderTest, HooksAreTheClassesOwn) {
+    AIBinder_Class* const clazz = NewClass();
+    const StrongBinder binder(AIBinder_new(clazz, nullptr));
+    EXPECT_EQ(AIBinder_dump(binder.get(), 1, nullptr, 0), STATUS_OK);
+    EXPECT_EQ(AIBinder_runShellCommand(binder.get(), 0, 1, 2, nullptr, 0), STATUS_OK);
     AIBinder_Class_setOnDump(clazz, [](AIBinder*, int fd, const char** args, uint32_t count) {
-        return fd * 100 + int(count) + args[0][0];
+        return fd * 100 + static_cast<int>(count) + args[0][0];
     });
     AIBinder_Class_setHandleShellCommand(
         clazz, [](AIBinder*, int in, int out, int err, const char** argv, uint32_t argc) {
-            return in * 1000 + out * 100 + err * 10 + int(argc) + argv[0][0];
+            return in * 1000 + out * 100 + err * 10 + static_cast<int>(argc) + argv[0][0];
         });
     static const char* names[] = {"one", "two"};
     AIBinder_Class_setTransactionCodeToFunctionNameMap(clazz, names, 2);
-    const StrongBinder hooked(AIBinder_new(clazz, nullptr));
     const char* arguments[] = {"\x01"};
-    EXPECT_EQ(AIBinder_dump(hooked.get(), 3, arguments, 1), 302);
-    EXPECT_EQ(AIBinder_runShellCommand(hooked.get(), 4, 5, 6, arguments, 1), 4562);
+    EXPECT_EQ(AIBinder_dump(binder.get(), 3, arguments, 1), 302);
+    EXPECT_EQ(AIBinder_runShellCommand(binder.get(), 4, 5, 6, arguments, 1), 4562);
     EXPECT_STREQ(AIBinder_Class_getFunctionName(clazz, 2), "two");
     for (const transaction_code_t code : {0U, 3U, 0xffffffU}) {
         EXPECT_EQ(AIBinder_Class_getFunctionName(clazz, code), nullptr);
     }
+}
+
+TEST(BinderTest, ANullBinderIsRejectedOrIgnored) {
+    AParcel* request = nullptr;
+    EXPECT_EQ(AIBinder_prepareTransaction(nullptr, &request), STATUS_UNEXPECTED_NULL);
+    EXPECT_EQ(AIBinder_dump(nullptr, 1, nullptr, 0), STATUS_UNEXPECTED_NULL);
+    EXPECT_EQ(AIBinder_runShellCommand(nullptr, 0, 1, 2, nullptr, 0), STATUS_UNEXPECTED_NULL);
+    EXPECT_EQ(AIBinder_getUserData(nullptr), nullptr);
+    EXPECT_FALSE(AIBinder_isRemote(nullptr));
+    EXPECT_EQ(AIBinder_Weak_new(nullptr), nullptr);
+    AIBinder_incStrong(nullptr);
+}
+
+// The peer replies with the request's data. The thread sanitizer reports unlocked accesses.
+TEST(ProxyTest, TransactionsOfTwoThreadsTakeTurns) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
+    std::thread peer([fd = base::UniqueFd(ends[1])] {
+        for (uint32_t words[4]; recv(fd.get(), words, 16, 0) == 16;) {
+            words[0] = binder::kReplyMagic;
+            words[1] = STATUS_OK;
+            EXPECT_EQ(send(fd.get(), words, 16, 0), 16);
+        }
+    });
+    StrongBinder proxy(binder::NewRemoteBinder(base::UniqueFd(ends[0])));
+    const auto transact = [&](int32_t first) {
+        for (int32_t i = first; i < first + 500; ++i) {
+            int32_t number = i;
+            EXPECT_EQ(Transact(proxy.get(), 1, &number), STATUS_OK);
+            EXPECT_EQ(number, i);
+        }
+    };
+    std::thread second(transact, 1000);
+    transact(0);
+    second.join();
+    proxy = StrongBinder();
+    peer.join();
+}
+
+TEST(MessageTest, OneByteMoreThanItsHeaderAndTheBufferIsMalformed) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
+    const base::UniqueFd sender(ends[0]), receiver(ends[1]);
+    std::vector<uint32_t> words{binder::kReplyMagic, 0, 65536};
+    words.resize(16388);
+    ASSERT_EQ(send(sender.get(), words.data(), 12 + 65537, 0), 12 + 65537);
+    const auto message = std::make_unique<binder::Message>();
+    EXPECT_EQ(binder::Receive(receiver.get(), binder::kReplyMagic, message.get()),
+              binder::ReceiveResult::kMalformed);
 }
 
 }  // namespace

@@ -1,230 +1,226 @@
-// Who may hold how many connections, and whose turn it is: one user beside others, as the kernel
-// shows them to the server.
+// Limits and turns of connections: in the table, and in a server whose clock counts its calls only.
+#include <base/unique_fd.h>
 #include <echo_service.h>
 #include <gtest/gtest.h>
-#include <poll.h>
+#include <platform/binder/connections.h>
 #include <private_root.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 
-#include <algorithm>
-#include <atomic>
-#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <ctime>
 #include <deque>
+#include <optional>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
-
-using binder::StrongBinder;
 
 namespace {
 
-// The uids that the kernel reports, by the process id of the peer, modulo their number.
-using Users = std::atomic<uid_t>[1 << 16];
-Users& users = *static_cast<Users*>(
-    mmap(nullptr, sizeof(Users), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-
-std::atomic<uid_t>& UserOf(pid_t pid) {
-    return users[size_t(pid) % std::size(users)];
-}
-
-void BecomeUser(uid_t user) {
-    UserOf(getpid()) = user;
-}
+const pid_t test_process = getpid();
+int64_t clock_ms = 0;  // of this process: how long its calls took together
 
 }  // namespace
 
+// This process is user 8, all others are user 7.
 extern "C" int getsockopt(int fd, int level, int option, void* value, socklen_t* size) noexcept {
-    const int result = int(syscall(SYS_getsockopt, fd, level, option, value, size));
+    const long result = syscall(SYS_getsockopt, fd, level, option, value, size);
     auto* const peer = static_cast<ucred*>(value);
-    if (option == SO_PEERCRED) peer->uid = UserOf(peer->pid);
-    return result;
+    if (option == SO_PEERCRED) peer->uid = peer->pid == test_process ? 8 : 7;
+    return static_cast<int>(result);
+}
+
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    if (clock != CLOCK_MONOTONIC_COARSE) {
+        return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+    }
+    *time = {clock_ms / 1000, clock_ms % 1000 * 1'000'000};
+    return 0;
 }
 
 namespace {
 
-using ConnectionsTest = PrivateRootTest;
+class TableTest : public testing::Test {
+  protected:
+    // Number of a new connection; -1: refused. Until the peer is closed, it has a reply to take.
+    int Admit(uid_t uid) {
+        int ends[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
+        base::UniqueFd peer(ends[1]);
+        const auto number = table_.Admit(base::UniqueFd(ends[0]), uid, 0);
+        if (!number) return -1;
+        EXPECT_EQ(Send(table_.Fd(*number), "reply"), 5);
+        peers_.push_back(std::move(peer));
+        return static_cast<int>(*number);
+    }
+    binder::Connections table_;
+    std::deque<base::UniqueFd> peers_;
+};
 
-// Connects as a user and asks. False: the connection is closed instead.
-bool Admitted(uid_t user, std::deque<RawSocket>* clients) {
-    BecomeUser(user);
-    clients->emplace_back().Connect();
-    (void)Send(clients->back().fd(), kRequest);
-    pollfd waiting{clients->back().fd(), POLLIN, 0};
-    char byte;
-    if (poll(&waiting, 1, 20'000) == 1 && recv(waiting.fd, &byte, 1, MSG_PEEK) == 1) return true;
-    clients->pop_back();
-    return false;
-}
-
-TEST_F(ConnectionsTest, NoAccountTakesThePlacesOfOthers) {
-    const Child server(Serve);
-    (void)Connect();
+TEST_F(TableTest, LimitsReservePlacesAndUsersWithFewerConnectionsDisplaceOthers) {
     const struct {
         uid_t user;
-        int wanted, admitted;
+        int requested, admitted;
     } cases[] = {
-        {7, 65, 64},       {100'000, 63, 63}, {165'535, 2, 1},  // the range's last uid
-        {165'536, 65, 64}, {231'072, 1, 0},  // no account has more subordinate uids than these
+        {7, 65, 64},       {100'000, 63, 63}, {165'535, 2, 1},  // last uid of the range
+        {165'536, 65, 64}, {231'072, 1, 0},                     // 128 places for subordinate uids
         {8, 49, 48},       {9, 1, 0},         {0, 17, 16},
     };
-    // None takes its reply: all of them stay.
-    std::deque<RawSocket> clients;
     for (const auto& c : cases) {
         int admitted = 0;
-        for (int i = 0; i < c.wanted; ++i) admitted += Admitted(c.user, &clients);
-        EXPECT_EQ(admitted, c.admitted) << c.user;
+        for (int i = 0; i < c.requested; ++i) admitted += Admit(c.user) >= 0;
+        EXPECT_EQ(admitted, c.admitted) << "user " << c.user;
     }
-    // Nor does shutting down free a place while the reply stays.
-    for (size_t i = 2; i < 64; ++i) EXPECT_EQ(shutdown(clients[i].fd(), SHUT_RDWR), 0);
-    EXPECT_FALSE(Admitted(7, &clients));
-    // A user with fewer connections displaces one that took its reply, of the user with the most,
-    // and no other.
-    std::deque<RawSocket> others;
-    for (const size_t i : {size_t{0}, size_t{1}, size_t{128}, size_t{192}, clients.size() - 1}) {
-        EXPECT_EQ(Receive(clients[i]), kReply);
-    }
-    EXPECT_TRUE(Admitted(231'072, &others));
-    EXPECT_EQ(Receive(clients[128]), "");
-    for (const size_t i : {0, 1, 192}) {
-        EXPECT_TRUE(Admitted(9, &others));
-        EXPECT_EQ(Receive(clients[i]), "");
-    }
-    EXPECT_FALSE(Admitted(9, &others));
-    EXPECT_FALSE(Admitted(0, &others));
-    EXPECT_EQ(Send(clients.back().fd(), kRequest), 16);
-    EXPECT_EQ(Receive(clients.back()), kReply);
+    for (const size_t number : {0, 1, 128, 192, 255}) peers_[number].Reset();
+    EXPECT_EQ(Admit(231'072), 128);  // of the subordinate uids, although user 7 has as many
+    for (const int displaced : {0, 1, 192, -1}) EXPECT_EQ(Admit(9), displaced);
+    EXPECT_EQ(Admit(0), -1);  // number 255 is root's own
 }
 
-TEST_F(ConnectionsTest, AUserWithAllItsPlacesGetsThoseThatAreSilentTooLong) {
-    const Child server(Serve);
-    (void)Connect();
-    std::deque<RawSocket> clients;
-    for (int i = 0; i < 64; ++i) ASSERT_TRUE(Admitted(7, &clients));
-    for (int i = 0; i < 63; ++i) EXPECT_EQ(Receive(clients[size_t(i)]), kReply);
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_TRUE(Eventually([&] {
-        EXPECT_EQ(Send(clients[0].fd(), kRequest), 16);
-        EXPECT_EQ(Receive(clients[0]), kReply);
-        usleep(100'000);
-        return Admitted(7, &clients);
-    }));
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(9));
-    EXPECT_EQ(Receive(clients[1]), "");
-    for (const size_t other : {0, 2}) {
-        EXPECT_EQ(Send(clients[other].fd(), kRequest), 16);
-        EXPECT_EQ(Receive(clients[other]), kReply);
-    }
-    EXPECT_EQ(Receive(clients[63]), kReply);  // it was not closed while it had a reply to take
-}
-
-// Rounds of calls that take long end early; the next one begins with the user that has waited
-// longest, and goes on with the connections that were not served.
-TEST_F(ConnectionsTest, UsersTakeTurnsAndConnectionsWithinAUser) {
-    const Child server(Serve);
-    (void)Connect();
-    std::deque<RawSocket> clients;
-    std::vector<pollfd> replies;
-    for (size_t i = 0; i < 17; ++i) {
-        ASSERT_TRUE(Admitted(i < 16 ? 7 : 8, &clients));
-        EXPECT_EQ(Receive(clients[i]), kReply);
-        replies.push_back({clients[i].fd(), POLLIN, 0});
-    }
-    for (const RawSocket& client : clients) EXPECT_EQ(Send(client.fd(), kSlowRequest), 12);
-    std::vector<int> answers(clients.size());
-    for (int sum = 0; sum < 200 && poll(replies.data(), replies.size(), 20'000) > 0;) {
-        for (size_t i = 0; i < replies.size(); ++i) {
-            if (replies[i].revents == 0) continue;
-            EXPECT_EQ(Receive(clients[i]), "BirP\0\0\0\0\0\0\0\0"s);
-            EXPECT_EQ(Send(replies[i].fd, kSlowRequest), 12);
-            ++answers[i], ++sum;
-        }
-    }
-    EXPECT_GT(answers.back(), 200 / 17 * 3 / 2);
-    EXPECT_GT(*std::ranges::min_element(answers), 200 / 17 / 3);
-}
-
-// A request that waits behind a reply is announced once when that was taken: here in a round that
-// ends before its turn.
-TEST_F(ConnectionsTest, AHeldBackRequestIsServedAfterARoundThatEndedEarly) {
-    const Child server(Serve);
-    (void)Connect();
-    std::deque<RawSocket> clients;
-    for (int round = 0; round < 5; ++round) {
-        clients.clear();
-        for (const uid_t user : {7, 8, 9}) {
-            ASSERT_TRUE(Admitted(user, &clients));
-        }
-        for (const size_t i : {0, 1}) EXPECT_EQ(Receive(clients[i]), kReply);
-        EXPECT_EQ(Send(clients[2].fd(), kRequest), 16);
-        BecomeUser(10);
-        for (int turn = 0; turn < 3; ++turn) ExpectAnswered(Connect());
-        for (const size_t busy : {0, 1}) EXPECT_EQ(Send(clients[busy].fd(), kSlowRequest), 12);
-        for (int reply = 0; reply < 2; ++reply) EXPECT_EQ(Receive(clients[2]), kReply);
+TEST_F(TableTest, TheOldestTurnIsNextFirstOfTheUsersThenOfTheirConnections) {
+    for (const uid_t user : {7, 7, 8}) ASSERT_GE(Admit(user), 0);
+    const std::vector<uint32_t> rounds[][2] = {// ready, and in turn
+                                               {{0, 1, 2}, {0, 2, 1}},
+                                               {{1, 0, 2}, {2, 0, 1}},
+                                               {{1, 0}, {0, 1}},
+                                               {{3, 1, 0, 2}, {2, 0, 3, 1}}};
+    for (const auto& [ready, turns] : rounds) {
+        if (ready[0] == 3) Admit(9);  // The turn of a new user is the newest.
+        table_.StartRound();
+        for (const uint32_t number : ready) table_.MarkReady(number);
+        for (const uint32_t number : turns) EXPECT_EQ(table_.TakeTurn(), number);
+        EXPECT_EQ(table_.TakeTurn(), std::nullopt);
     }
 }
 
-// 64 connections that always ask for what takes 5 milliseconds, and 64 processes that connect and
-// leave. Another user is answered nevertheless.
-TEST_F(ConnectionsTest, ABusyUserDelaysOthersByAFewCalls) {
-    const Child server(Serve);
-    const StrongBinder root = Connect();
-    std::deque<Child> busy;
-    busy.emplace_back([] {
-        BecomeUser(7);
-        std::deque<RawSocket> clients(64);
-        std::vector<pollfd> replies;
-        for (const RawSocket& client : clients) {
-            client.Connect();
-            replies.push_back({client.fd(), POLLIN, 0});
-            (void)Send(client.fd(), kSlowRequest);
-        }
-        while (poll(replies.data(), replies.size(), -1) > 0) {
-            for (const pollfd& reply : replies) {
-                char bytes[64];
-                if (reply.revents != 0 && recv(reply.fd, bytes, sizeof bytes, 0) > 0)
-                    (void)Send(reply.fd, kSlowRequest);
-            }
-        }
-    });
+constexpr transaction_code_t kStop = 2;
+
+// Takes as many milliseconds as requested; replies with the number of calls so far.
+binder_status_t TakeTime(AIBinder*, transaction_code_t code, const AParcel* request,
+                         AParcel* reply) {
+    static int32_t calls = 0;
+    int32_t duration_ms = 0;
+    if (const binder_status_t status = AParcel_readInt32(request, &duration_ms)) return status;
+    if (code == kStop) (void)raise(SIGSTOP);
+    clock_ms += duration_ms;
+    return AParcel_writeInt32(reply, ++calls);
+}
+
+class ServerTest : public PrivateRootTest {
+  protected:
+    void SetUp() override {
+        ASSERT_NO_FATAL_FAILURE(PrivateRootTest::SetUp());
+        server_.emplace([] {
+            const auto create = [](void*) -> void* { return nullptr; };
+            auto* const clazz = AIBinder_Class_define(
+                "test", create, [](void*) {}, TakeTime);
+            const binder::StrongBinder service(AIBinder_new(clazz, nullptr));
+            if (AServiceManager_registerLazyService(service.get(), kInstance) == STATUS_OK)
+                ABinderProcess_joinThreadPool();
+        });
+        (void)Connect();
+    }
+    static void Request(const RawSocket& client, int32_t duration_ms, transaction_code_t code = 1) {
+        std::string bytes = "BirQ\0\0\0\0\4\0\0\0\0\0\0\0"s;
+        std::memcpy(&bytes[4], &code, sizeof(code));
+        std::memcpy(&bytes[12], &duration_ms, sizeof(duration_ms));
+        EXPECT_EQ(Send(client.fd(), bytes), 16);
+    }
+    // The number of the call that `client` gets a reply to; 0: the connection was closed.
+    static int32_t Reply(const RawSocket& client) {
+        int32_t number = 0;
+        const std::string bytes = Receive(client);
+        EXPECT_TRUE(bytes.empty() || bytes.size() == 16) << bytes;
+        if (bytes.size() == 16) std::memcpy(&number, &bytes[12], sizeof(number));
+        return number;
+    }
+    const RawSocket& AddClient() {
+        clients_.emplace_back().Connect();
+        return clients_.back();
+    }
+    void AwaitStop() { EXPECT_EQ(waitpid(server_->pid(), nullptr, WUNTRACED), server_->pid()); }
+    void Stop() {
+        server_->Kill(SIGSTOP);
+        AwaitStop();
+    }
+    std::optional<Child> server_;
+    std::deque<RawSocket> clients_;
+};
+
+TEST_F(ServerTest, ARoundOfSlowCallsEndsEarlyAndLosesNoEvent) {
+    for (int32_t calls = 1; calls <= 4; ++calls) {
+        Request(AddClient(), 0);
+        EXPECT_EQ(Reply(clients_.back()), calls);
+    }
+    Stop();
+    Request(clients_[1], 5, kStop);
+    for (const size_t i : {2, 3}) Request(clients_[i], 5);
+    server_->Kill(SIGCONT);
+    AwaitStop();
+    Request(clients_[0], 5);  // The oldest turn, but ready only now.
+    server_->Kill(SIGCONT);
+    for (int32_t calls = 4; const size_t i : {1, 0, 2, 3}) EXPECT_EQ(Reply(clients_[i]), ++calls);
+
+    // The second request of client 3 is held back. The event that its reply was taken comes in a
+    // round that ends before its turn.
+    for (int i = 0; i < 2; ++i) Request(clients_[3], 0);
+    for (int round = 0; round < 4; ++round) {
+        Request(clients_[2], 0);
+        EXPECT_GT(Reply(clients_[2]), 8);
+    }
+    Stop();
+    EXPECT_GT(Reply(clients_[3]), 8);
+    for (const size_t i : {0, 1}) Request(clients_[i], 5);
+    server_->Kill(SIGCONT);
+    EXPECT_EQ(Reply(clients_[3]), 16);
+}
+
+TEST_F(ServerTest, AUserWithAllItsPlacesLosesConnectionsThatAreSilentFor10Seconds) {
     for (int i = 0; i < 64; ++i) {
-        busy.emplace_back([] {
-            BecomeUser(7);
+        Request(AddClient(), 0);
+        pollfd replied{clients_.back().fd(), POLLIN, 0};
+        ASSERT_EQ(poll(&replied, 1, 60'000), 1);
+    }
+    // A peer that shuts down keeps its place until it takes its reply.
+    EXPECT_EQ(shutdown(clients_[63].fd(), SHUT_RDWR), 0);
+    EXPECT_EQ(Reply(AddClient()), 0);
+    for (size_t i = 0; i < 63; ++i) EXPECT_GT(Reply(clients_[i]), 0);
+    const auto use = [&](size_t i, int32_t duration_ms) {
+        Request(clients_[i], duration_ms);
+        EXPECT_GT(Reply(clients_[i]), 0);
+    };
+    use(0, 9'999);
+    EXPECT_EQ(Reply(AddClient()), 0);
+    use(0, 999);
+    EXPECT_EQ(Reply(AddClient()), 0);  // The search for silent connections waits for 1 second.
+    use(0, 1);
+    for (size_t i = 0; i < 63; i += i == 0 ? 3 : 1) use(i, 0);  // all but 1 and 2
+    Stop();
+    Request(clients_[1], 0);
+    Request(AddClient(), 0);
+    server_->Kill(SIGCONT);
+    EXPECT_GT(Reply(clients_.back()), 0);
+    EXPECT_EQ(Reply(clients_[2]), 0);
+    EXPECT_GT(Reply(clients_[1]), 0);
+    use(0, 1'000);
+    EXPECT_EQ(Reply(AddClient()), 0);  // The others were used.
+    EXPECT_GT(Reply(clients_[63]), 0);
+}
+
+// Other processes connect and leave without a pause.
+TEST_F(ServerTest, AFloodOfConnectionsDelaysOthersByAFewRounds) {
+    std::deque<Child> flood;
+    for (int i = 0; i < 64; ++i) {
+        flood.emplace_back([] {
             for (;;) RawSocket().Connect();
         });
     }
-    BecomeUser(0);
-    ExpectAnswered(root);
-    std::atomic<int> answers = 0;
-    std::thread asking([&] {
-        for (; answers < 20; ++answers) {
-            ExpectAnswered(Connect());
-            ExpectAnswered(root);
-        }
-    });
-    EXPECT_TRUE(Eventually([&] { return answers == 20; })) << answers << " of 20 answers";
-    busy.clear();
-    asking.join();
-}
-
-// One thread serves: all clients wait for a call that waits, and lose nothing else by it.
-TEST_F(ConnectionsTest, ACallThatWaitsDelaysTheOthersAndNoMore) {
-    const Child server(Serve);
-    (void)Connect();
-    std::deque<RawSocket> clients;
-    for (uid_t i = 0; i < 240; ++i) ASSERT_TRUE(Admitted(1 + i / 64, &clients));
-    for (const RawSocket& client : clients) EXPECT_EQ(Receive(client), kReply);
-    EXPECT_EQ(Send(clients[0].fd(), "BirQ\5\0\0\0\0\0\0\0"s), 12);
-    const auto start = std::chrono::steady_clock::now();
-    usleep(200'000);
-    for (size_t i = 1; i < clients.size(); ++i) EXPECT_EQ(Send(clients[i].fd(), kRequest), 16);
-    BecomeUser(1);
-    const RawSocket further;  // whose user has all its places
-    ASSERT_NO_FATAL_FAILURE(further.Connect());
-    EXPECT_EQ(Receive(clients[0]), "BirP\0\0\0\0\0\0\0\0"s);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
-    for (size_t i = 1; i < clients.size(); ++i) ASSERT_EQ(Receive(clients[i]), kReply) << i;
+    for (int32_t calls = 1; calls <= 20; ++calls) {
+        Request(AddClient(), 0);
+        ASSERT_EQ(Reply(clients_.back()), calls);
+    }
 }
 
 }  // namespace

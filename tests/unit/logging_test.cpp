@@ -1,8 +1,9 @@
-// Records: what they carry, when they are built, and that foreign text cannot forge one.
+// Records: their content, when they are built, and that foreign text cannot forge one.
 #include <base/escape.h>
-#include <fcntl.h>
+#include <base/unique_fd.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <log_capture.h>
 #include <logging/logging.h>
 #include <private_root.h>
 #include <sys/socket.h>
@@ -12,6 +13,7 @@
 #include <cerrno>
 #include <csignal>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace std::string_literals;
@@ -20,67 +22,34 @@ using testing::MatchesRegex;
 
 namespace {
 
-class LoggingTest : public testing::Test {
-  protected:
-    LoggingTest() {
-        logging::InitLogging(
-            nullptr, [this](logging::LogId, logging::LogSeverity severity, const char* tag,
-                            const char* file, unsigned int line, const char* message) {
-                records_.push_back(std::to_string(severity) + ' ' + tag + ' ' + file + ':' +
-                                   std::to_string(line - first_line_) + ' ' + message);
-                errno = EBADF;  // a logger's own failures
-            });
-        logging::SetDefaultTag("Tag");
-    }
-    ~LoggingTest() override {
-        logging::SetMinimumLogSeverity(logging::INFO);
-        logging::InitLogging(nullptr, [](auto...) {});
-    }
-
-    std::vector<std::string> records_;
-    unsigned int first_line_ = 0;
-};
-
-TEST_F(LoggingTest, RecordsCarrySeverityTagPlaceAndPieces) {
-    first_line_ = __LINE__;
-    LOG(INFO) << "a" << std::string("b") << -3 << '|' << 4U << uint64_t{18446744073709551615U};
-    errno = ENOENT;
-    PLOG(ERROR) << "open x";
-    EXPECT_EQ(errno, ENOENT);
-    LOG(WARNING) << "w";
-    EXPECT_EQ(errno, ENOENT);
-    EXPECT_THAT(records_,
-                ElementsAre("2 Tag tests/unit/logging_test.cpp:1 ab-3|418446744073709551615",
-                            "4 Tag tests/unit/logging_test.cpp:3 open x: No such file or directory",
-                            "3 Tag tests/unit/logging_test.cpp:5 w"));
-}
-
-TEST_F(LoggingTest, FilteredRecordsAreNotBuilt) {
+TEST(LoggingTest, AdmittedRecordsAreTheirPiecesAndPreserveErrno) {
+    LogCapture capture;
     int built = 0;
-    const auto piece = [&] { return ++built; };
-    LOG(DEBUG) << piece();
-    LOG(INFO) << piece();
+    errno = ENOENT;
+    LOG(DEBUG) << ++built;
+    LOG(INFO) << "a" << std::string("b") << -3 << '|' << 4U << uint64_t{18446744073709551615U};
+    PLOG(ERROR) << "open " << ++built << "\0c"s;
     logging::SetMinimumLogSeverity(logging::ERROR);
-    LOG(WARNING) << piece();
     if (built == 1)
-        LOG(ERROR) << piece();
+        LOG(WARNING) << ++built;
     else
-        FAIL() << "the macro swallowed an else";
-    EXPECT_EQ(built, 2);
-    EXPECT_EQ(records_.size(), 2U);
-    EXPECT_FALSE(logging::ShouldLog(logging::WARNING, nullptr));
-    EXPECT_TRUE(logging::ShouldLog(logging::ERROR, nullptr));
+        FAIL() << "the else belongs to the macro";
+    LOG(ERROR) << ++built;
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_THAT(capture.Take(), ElementsAre("I ab-3|418446744073709551615",
+                                            "E open 1\\x00c: No such file or directory", "E 2"));
+    logging::SetMinimumLogSeverity(logging::INFO);
 }
 
-TEST(EscapeTest, ControlCharactersAndBackslashesAreVisibleAndAllElseStays) {
+TEST(EscapeTest, ControlCharactersAndBackslashesAreEscaped) {
     const std::pair<std::string, std::string> cases[] = {
         {"é À \U0010ffff <0>", "é À \U0010ffff <0>"},
-        {"\xff\xc3", "\xff\xc3"},  // no UTF-8, but no control character either
+        {"\xff\xc3", "\xff\xc3"},  // invalid UTF-8 without a control character
         {"a\nERROR b\r\x1b[2J\x7f", "a\\nERROR b\\x0d\\x1b[2J\\x7f"},
         {"user\0data"s, "user\\x00data"},
         {"\\n", "\\\\n"},
         {"\x9b\xc2\x9b\xe2\x82\x9b\xe2\x9b", "\\x9b\\xc2\\x9b\xe2\x82\x9b\xe2\\x9b"},
-        // a surrogate, a long form of a newline, one above the last
+        // a surrogate, an overlong newline, a value above U+10FFFF
         {"\xed\xa0\x80\xc0\x8a\xf4\x90\x80\x80", "\xed\xa0\\x80\xc0\\x8a\xf4\\x90\\x80\\x80"},
     };
     for (const auto& [text, escaped] : cases) {
@@ -89,7 +58,7 @@ TEST(EscapeTest, ControlCharactersAndBackslashesAreVisibleAndAllElseStays) {
     }
 }
 
-TEST(EscapeTest, ALongTextIsCutBetweenCharactersAndEscapes) {
+TEST(EscapeTest, LongTextIsCutBetweenCharactersAndEscapes) {
     const std::pair<std::string, std::string> cases[] = {
         {"0123456789", "0123456789"},      {"0123456789a", "0123456..."},
         {"012345é789", "012345..."},       {"01234é6789", "01234é..."},
@@ -102,75 +71,67 @@ TEST(EscapeTest, ALongTextIsCutBetweenCharactersAndEscapes) {
     }
 }
 
-// Where no log daemon listens a record is one line of standard error, whatever its text.
-TEST_F(LoggingTest, ForeignTextStaysOnItsLine) {
-    ASSERT_NO_FATAL_FAILURE(EnterPrivateRoot());  // no /dev/log in there
-    logging::InitLogging(nullptr, logging::LogdLogger(logging::MAIN));
-    testing::internal::CaptureStderr();
-    LOG(ERROR) << "a\nERROR b\xc2\x9b\\";
-    EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                MatchesRegex("ERROR Tag tests/unit/logging_test.cpp:[0-9]+: "
-                             "a\\\\nERROR b\\\\xc2\\\\x9b\\\\\n"));
-}
-
-int StartLogDaemon() {
+base::UniqueFd StartLogDaemon() {
     unlink("/dev/log");
-    const int daemon = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    base::UniqueFd daemon(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const sockaddr_un address{AF_UNIX, "/dev/log"};
-    EXPECT_EQ(bind(daemon, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(bind(daemon.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
     return daemon;
 }
 
-TEST_F(LoggingTest, ALogDaemonGetsPriorityTagPlaceAndText) {
-    ASSERT_NO_FATAL_FAILURE(EnterPrivateRoot());
+TEST(LoggingTest, RecordsGoToTheLogDaemonOrToStandardError) {
+    ASSERT_NO_FATAL_FAILURE(EnterPrivateRoot());  // without /dev/log
     logging::InitLogging(nullptr, logging::LogdLogger(logging::MAIN));
-    int daemon = StartLogDaemon();             // later than its client
-    for (int start = 0; start < 2; ++start) {  // the second is another daemon
-        LOG(ERROR) << "a\nb";
-        char record[2048] = {};
-        EXPECT_GT(recv(daemon, record, sizeof record - 1, MSG_DONTWAIT), 0);
-        EXPECT_THAT(record, MatchesRegex("<27>Tag\\[[0-9]+\\]: tests/unit/logging_test.cpp:[0-9]+: "
-                                         "a\\\\nb"));
-        LOG(ERROR) << std::string(70'000, 'x');
-        EXPECT_EQ(recv(daemon, record, sizeof record, MSG_DONTWAIT), 1024);
-        EXPECT_THAT(record, testing::EndsWith("x..."));
-        close(daemon);
-        daemon = StartLogDaemon();
-    }
-    // What it does not take is not lost, and not waited for.
+    logging::SetDefaultTag("Tag");
+    const std::string place = "tests/unit/logging_test.cpp:[0-9]+: ";
+    errno = 0;
     testing::internal::CaptureStderr();
-    for (int i = 0; i < 1000; ++i) LOG(ERROR) << "more than it reads";
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::EndsWith("more than it reads\n"));
-    close(daemon);
+    LOG(ERROR) << "a\nERROR b\xc2\x9b\\";
+    EXPECT_EQ(errno, 0);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                MatchesRegex("ERROR Tag " + place + "a\\\\nERROR b\\\\xc2\\\\x9b\\\\\n"));
+    for (int start = 0; start < 2; ++start) {  // The daemon starts late and restarts.
+        const base::UniqueFd daemon = StartLogDaemon();
+        char record[2048] = {};
+        LOG(ERROR) << "a\nb";
+        EXPECT_GT(recv(daemon.get(), record, sizeof(record) - 1, MSG_DONTWAIT), 0);
+        EXPECT_THAT(record, MatchesRegex("<27>Tag\\[[0-9]+\\]: " + place + "a\\\\nb"));
+        LOG(ERROR) << std::string(70'000, 'x');
+        EXPECT_EQ(recv(daemon.get(), record, sizeof(record), MSG_DONTWAIT), 1024);
+        EXPECT_THAT(record, testing::EndsWith("x..."));
+    }
+    const base::UniqueFd full = StartLogDaemon();
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < 1000; ++i) LOG(ERROR) << "not read";
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::EndsWith("not read\n"));
     unlink("/dev/log");
 }
 
-// Blocking ones, as a socket that others share and another user's pipe stay.
-TEST_F(LoggingTest, AStuckStandardErrorIsNotWaitedForAndABrokenOneKillsNot) {
+// The descriptors are blocking, as a socket or pipe shared with other processes can be.
+TEST(LoggingTest, AFullBrokenOrClosedStandardErrorNeitherBlocksNorKills) {
     ASSERT_NO_FATAL_FAILURE(EnterPrivateRoot());
     logging::InitLogging(nullptr, logging::LogdLogger(logging::MAIN));
+    const base::UniqueFd kept(dup(STDERR_FILENO));
     for (const bool is_pipe : {true, false}) {
         int ends[2];
         ASSERT_EQ(is_pipe ? pipe(ends) : socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-        const int kept = dup(STDERR_FILENO);
         dup2(ends[1], STDERR_FILENO);
         for (int i = 0; i < 1000; ++i) LOG(ERROR) << std::string(2000, 'x');
         close(ends[0]);
         LOG(ERROR) << "broken";
-        dup2(kept, STDERR_FILENO);
-        for (const int fd : {kept, ends[1]}) close(fd);
+        close(ends[1]);
+        close(STDERR_FILENO);
+        LOG(ERROR) << "closed";
     }
+    dup2(kept.get(), STDERR_FILENO);
 }
 
-TEST_F(LoggingTest, FatalRecordsRunTheAborter) {
-    EXPECT_EXIT(
-        {
-            logging::InitLogging(
-                nullptr, [](auto...) {}, [](const char* message) { _exit(message[0]); });
-            LOG(FATAL) << "*";
-        },
-        testing::ExitedWithCode('*'), "");
+TEST(LoggingTest, FatalRecordsRunTheAborter) {
+    const auto exit_with_message = [](const char* message) { _exit(message[0]); };
     EXPECT_EXIT(LOG(FATAL) << "x", testing::KilledBySignal(SIGABRT), "");
+    logging::InitLogging(
+        nullptr, [](auto...) {}, exit_with_message);
+    EXPECT_EXIT(LOG(FATAL) << "*", testing::ExitedWithCode('*'), "");
 }
 
 }  // namespace

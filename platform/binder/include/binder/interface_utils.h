@@ -1,8 +1,8 @@
-// Support classes for interfaces, header-only: owners for the C handles, the root of reference-
-// counted interface objects, and the bases of a local (Bn) and a remote (Bp) implementation.
+// Support classes for interfaces, header-only: owners of the C handles, the base class of
+// reference-counted interface objects, and the bases of local (Bn) and remote (Bp) implementations.
 //
-// A local object and its binder hold each other like this: the binder's user data owns the object
-// through a shared reference, the object knows its binder only weakly.
+// The user data of a local binder owns the interface object through a shared reference; the object
+// has only a weak reference to its binder.
 #pragma once
 
 #include <binder/ibinder.h>
@@ -15,7 +15,7 @@
 
 namespace binder {
 
-// Owns one handle of the C interface; moves, never copies.
+// Owns one handle of the C interface. Can be moved, not copied.
 template <typename T, void (*Release)(T*)>
 class Scoped {
   public:
@@ -30,7 +30,7 @@ class Scoped {
 
     T* get() const { return handle_; }
     explicit operator bool() const { return handle_ != nullptr; }
-    // Where a call stores the handle that it hands over, or takes one over. Holds nothing before.
+    // For a call that stores a handle or takes it over. Must be empty if the call stores one.
     T** slot() { return &handle_; }
 
   private:
@@ -57,7 +57,8 @@ class [[nodiscard]] ScopedStatus : public Scoped<AStatus, AStatus_delete> {
     bool isOk() const { return AStatus_isOk(get()); }
 };
 
-// The root of interface objects: makes sure that an object has exactly one family of owners.
+// Base of interface objects. Ends the process if an object is destroyed without ever having had a
+// shared owner, or gets a second, independent one.
 class SharedRefBase {
   public:
     SharedRefBase() = default;
@@ -70,7 +71,7 @@ class SharedRefBase {
         if (self_.lock()) die("destroyed by a second, independent owner");
     }
 
-    // A shared reference to this object; the first call makes its first owner.
+    // A shared reference to this object. The first call creates the owner that all others share.
     std::shared_ptr<SharedRefBase> ref() {
         std::shared_ptr<SharedRefBase> owner;
         std::call_once(first_owner_, [&] {
@@ -78,7 +79,7 @@ class SharedRefBase {
             self_ = owner;
         });
         if (!owner) owner = self_.lock();
-        if (!owner) die("asked for a second owner after the first was gone");
+        if (!owner) die("referenced after its last shared owner was gone");
         return owner;
     }
 
@@ -115,7 +116,7 @@ class ICInterface : public SharedRefBase {
 struct ICInterfaceData {
     std::shared_ptr<ICInterface> interface;
 
-    // Null where `binder` is null, remote, or holds no interface object.
+    // The interface object of a local binder; null if `binder` is null or has none.
     static std::shared_ptr<ICInterface> getInterface(AIBinder* binder) {
         void* data = binder != nullptr ? AIBinder_getUserData(binder) : nullptr;
         return data != nullptr ? static_cast<ICInterfaceData*>(data)->interface : nullptr;
@@ -137,7 +138,7 @@ struct ICInterfaceData {
     }
 };
 
-// Base of a local implementation: creates the binder object on demand and keeps it weakly.
+// Base of a local implementation. Creates its binder on demand and keeps a weak reference to it.
 template <typename Interface>
 class BnCInterface : public Interface {
   public:
@@ -160,7 +161,7 @@ class BnCInterface : public Interface {
     WeakBinder weak_;
 };
 
-// Base of a proxy: holds the binder that its methods transact with.
+// Base of a proxy. Holds a strong reference to the remote binder.
 template <typename Interface>
 class BpCInterface : public Interface {
   public:

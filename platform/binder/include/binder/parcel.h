@@ -1,10 +1,11 @@
-// A parcel: one growable buffer of values with one read-and-write position.
+// A parcel: a growable buffer of values with one position for reading and writing.
 //
 // Values start at multiples of 4 bytes, in host byte order. A bool is an int32 0 or 1. A string is
 // its int32 byte length (-1: null), the bytes, a NUL, and zeros up to a multiple of 4. A write at
-// a position before the end overwrites; one that would pass 64 KiB is refused with
-// STATUS_NO_MEMORY and changes nothing. Every read is checked against the end; a failed read
-// leaves its result and the position untouched. One thread at a time.
+// a position before the end overwrites. A write that would exceed 64 KiB returns STATUS_NO_MEMORY
+// and changes nothing. A read past the end returns STATUS_NOT_ENOUGH_DATA. A failed read leaves its
+// result and the position unchanged. Only AParcel_delete accepts a null parcel. One thread at a
+// time may use a parcel.
 #pragma once
 
 #include <binder/status.h>
@@ -13,11 +14,11 @@
 
 struct AParcel;
 
-[[nodiscard]] AParcel* AParcel_create();
-void AParcel_delete(AParcel* parcel);  // null is ignored
+[[nodiscard]] AParcel* AParcel_create();  // owned by the caller
+void AParcel_delete(AParcel* parcel);     // ignores null
 
 int32_t AParcel_getDataPosition(const AParcel* parcel);
-// STATUS_BAD_VALUE for a position below 0, past the end of the data, or where no value can start.
+// STATUS_BAD_VALUE for a position below 0, past the end, or not a multiple of 4.
 binder_status_t AParcel_setDataPosition(const AParcel* parcel, int32_t position);
 int32_t AParcel_getDataSize(const AParcel* parcel);
 
@@ -25,29 +26,31 @@ int32_t AParcel_getDataSize(const AParcel* parcel);
 [[nodiscard]] binder_status_t AParcel_writeInt64(AParcel* parcel, int64_t value);
 [[nodiscard]] binder_status_t AParcel_writeBool(AParcel* parcel, bool value);
 [[nodiscard]] binder_status_t AParcel_writeFloat(AParcel* parcel, float value);
-// A null `text` with length -1 writes a null string; any other null or negative length is
-// STATUS_BAD_VALUE.
+// Writes `length` bytes; a null `text` with length -1 writes a null string. STATUS_BAD_VALUE for
+// any other null text or negative length.
 [[nodiscard]] binder_status_t AParcel_writeString(AParcel* parcel, const char* text,
                                                   int32_t length);
-// An int32 exception, and after EX_SERVICE_SPECIFIC an int32 code. A transport failure has no place
-// in a reply: nothing is written and its code is the result, so that the transaction ends with it.
-// STATUS_BAD_VALUE for an exception that is no exception (above 0, or below -128).
+// Writes an int32 exception, and for EX_SERVICE_SPECIFIC also an int32 code. A transport failure is
+// not part of a reply: writes nothing and returns its code, as the result of the transaction.
+// STATUS_BAD_VALUE for an exception above 0 or below -128. STATUS_UNEXPECTED_NULL for a null
+// status.
 [[nodiscard]] binder_status_t AParcel_writeStatusHeader(AParcel* parcel, const AStatus* status);
 
 [[nodiscard]] binder_status_t AParcel_readInt32(const AParcel* parcel, int32_t* value);
 [[nodiscard]] binder_status_t AParcel_readInt64(const AParcel* parcel, int64_t* value);
-// STATUS_BAD_VALUE for a number other than 0 and 1.
+// STATUS_BAD_VALUE for an int32 other than 0 and 1.
 [[nodiscard]] binder_status_t AParcel_readBool(const AParcel* parcel, bool* value);
 [[nodiscard]] binder_status_t AParcel_readFloat(const AParcel* parcel, float* value);
 
-// Asked for room for `length` bytes, the NUL counted; -1 for a null string. Puts the place into
-// *buffer and returns true, or refuses with false.
+// Provides a buffer of `length` bytes, including the NUL: sets *buffer and returns true, or returns
+// false to reject the string. A `length` of -1 is a null string, which needs no buffer.
 using AParcel_stringAllocator = bool (*)(void* target, int32_t length, char** buffer);
 
-// STATUS_UNEXPECTED_NULL where the allocator refuses a null string, STATUS_NO_MEMORY where it
-// refuses another, STATUS_BAD_VALUE for a length that cannot be or a missing NUL.
+// Calls `allocator` with `target` once, after the length and the NUL were checked.
+// STATUS_UNEXPECTED_NULL if it rejects a null string, STATUS_NO_MEMORY if it rejects another one.
+// STATUS_BAD_VALUE for an invalid length, missing bytes or a missing NUL.
 [[nodiscard]] binder_status_t AParcel_readString(const AParcel* parcel, void* target,
                                                  AParcel_stringAllocator allocator);
-// On success *status is a new status that the caller owns. STATUS_BAD_VALUE for an exception that
-// no header holds.
+// On STATUS_OK *status is a new status that the caller owns. STATUS_BAD_VALUE for an exception
+// above 0 or below -128.
 [[nodiscard]] binder_status_t AParcel_readStatusHeader(const AParcel* parcel, AStatus** status);

@@ -1,4 +1,4 @@
-// Values of C++ types in parcels, header-only.
+// Writes and reads C++ types, header-only. Results and failures are those of binder/parcel.h.
 #pragma once
 
 #include <binder/parcel.h>
@@ -9,7 +9,7 @@
 #include <string>
 #include <utility>
 
-// Receives a string into the std::string that `target` points to; refuses a null string.
+// Allocator for AParcel_readString: `target` is the std::string to fill. Rejects a null string.
 inline bool AParcel_stdStringAllocator(void* target, int32_t length, char** buffer) {
     if (length < 1) return false;
     auto* text = static_cast<std::string*>(target);
@@ -51,7 +51,8 @@ inline bool AParcel_stdStringAllocator(void* target, int32_t length, char** buff
     return AParcel_readFloat(parcel, value);
 }
 
-// A parcelable that may be absent: int32 0, or int32 1 and the parcelable.
+// Writes int32 0 for an absent parcelable, or int32 1 and the parcelable. Returns the status of the
+// first write that fails.
 template <typename Parcelable>
 [[nodiscard]] binder_status_t AParcel_writeNullableData(AParcel* parcel,
                                                         const std::optional<Parcelable>& value) {
@@ -60,7 +61,7 @@ template <typename Parcelable>
     return value->writeToParcel(parcel);
 }
 
-// On failure *value is as it was.
+// STATUS_BAD_VALUE for an int32 other than 0 and 1. On failure *value is unchanged.
 template <typename Parcelable>
 [[nodiscard]] binder_status_t AParcel_readNullableData(const AParcel* parcel,
                                                        std::optional<Parcelable>* value) {

@@ -1,14 +1,14 @@
-// The serving side of a process.
+// Serving of the registered name. For one thread.
 #pragma once
 
 #include <cstdint>
 
-// Upper bound for the threads that serve beside the one that joins. This library serves from the
-// joining thread alone, so any bound is kept. False: the value was refused.
+// Sets the maximum number of threads that serve in addition to the joining one. Returns true and
+// has no effect: only the joining thread serves.
 bool ABinderProcess_setThreadPoolMaxThreadCount(uint32_t count);
 
-// Serves all registered names from the calling thread and does not return in normal operation. A
-// process that was handed its socket leaves from here, with status 0, once no client has been
-// connected for 10 seconds. Returns at once when nothing is registered, or when the kernel
-// refuses the means to wait for clients.
+// Serves the registered name from the calling thread; does not return in normal operation. If
+// systemd passed the socket, ends the process with status 0 after 10 seconds without a connected
+// client. Returns at once if nothing is registered or epoll cannot be set up, and after about
+// 2 seconds in which every wait for events failed.
 void ABinderProcess_joinThreadPool();

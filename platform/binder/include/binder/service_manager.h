@@ -1,22 +1,29 @@
-// Names. The instance "D/default" is served at the socket path /run/binder/D/default.
+// Registration and lookup of services by instance name. The instance "D/default" is served at the
+// socket path /run/binder/D/default. An instance name is one or more components separated by "/";
+// none is empty or starts with a dot, and ".." occurs nowhere.
 #pragma once
 
 #include <binder/ibinder.h>
 
-// Serves `binder` under `instance` from ABinderProcess_joinThreadPool on, and keeps a strong
-// reference to it. Takes over the listening socket that systemd handed to this process
-// (LISTEN_PID, LISTEN_FDS), or binds the path itself when there is none. A path of its own gets
-// mode 0660: whoever is to ask runs as the serving process's user or in its group.
+// Registers `binder` under `instance`, to be served by ABinderProcess_joinThreadPool, and keeps a
+// strong reference to it. Takes over the listening socket that systemd passed (LISTEN_PID,
+// LISTEN_FDS). Without one, makes missing directories (mode 0711) and binds the path (mode 0660:
+// for the user and the group of this process), replacing the socket of a dead process.
 //
-// STATUS_ALREADY_EXISTS: a living process serves the path; the leftover of a dead one is replaced,
-// anything but a socket is left alone (-ENOTSOCK). STATUS_BAD_VALUE: the binder is remote, the name
-// cannot be a path (an empty component, or one that starts with a dot, or ".." anywhere), or what
-// was handed over is not one listening SOCK_SEQPACKET socket. -EBUSY: a process serves one name
-// and this one has its own already. Others: the negative errno of the failing call.
+// STATUS_OK, or a failure that registers nothing:
+// STATUS_UNEXPECTED_NULL  `binder` is null.
+// STATUS_BAD_VALUE        The binder is remote, the name is invalid, or systemd passed anything but
+//                         one listening SOCK_SEQPACKET socket.
+// STATUS_ALREADY_EXISTS   A living process serves the path.
+// -ENAMETOOLONG           The path does not fit into a socket address.
+// -ENOTSOCK               The path is not a socket. It is left unchanged.
+// -EBUSY                  This process has registered a name already; it can serve one.
+// Otherwise the negative errno value of the failed system call.
 [[nodiscard]] binder_status_t AServiceManager_registerLazyService(AIBinder* binder,
                                                                   const char* instance);
 
-// A remote binder for the instance, connected, or null, in which case errno tells why: ENOENT or
-// ECONNREFUSED nobody serves the name, EACCES no rights to its socket, EINVAL or ENAMETOOLONG the
-// name cannot be a path. Waits while the queue of a living service is full.
+// A remote binder, connected to the service, with one reference for the caller. Null on failure,
+// with errno set: ENOENT or ECONNREFUSED if no process serves the name, EACCES without permission
+// for its socket, EINVAL for an invalid name, ENAMETOOLONG, or the error of the failed system call.
+// Waits without a time limit while the service's queue of connections is full.
 [[nodiscard]] AIBinder* AServiceManager_checkService(const char* instance);

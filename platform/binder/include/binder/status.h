@@ -1,9 +1,9 @@
 // Transport codes and status objects.
 //
-// A binder_status_t tells how a call travelled: 0, or a negative code. An AStatus tells how the
-// method ended: OK, an exception, an error code of the service's own, or a transport failure.
-// Every function that makes an AStatus names the caller its owner; AStatus_delete releases it and
-// ignores null. Objects of this file are not locked: one thread at a time.
+// A binder_status_t is the result of a transaction: 0 or a negative code. An AStatus is the result
+// of the method: OK, an exception, an error code defined by the service, or a transport failure.
+// The caller owns each AStatus that a function returns and releases it with AStatus_delete, which
+// ignores null; other functions require an AStatus. One thread at a time may use an object.
 #pragma once
 
 #include <cstdint>
@@ -12,15 +12,15 @@ using binder_status_t = int32_t;
 
 enum : binder_status_t {
     STATUS_OK = 0,
-    STATUS_NAME_NOT_FOUND = -2,               // nobody serves the name
-    STATUS_NO_MEMORY = -12,                   // a parcel would grow past its limit
+    STATUS_NAME_NOT_FOUND = -2,               // no process serves the name
+    STATUS_NO_MEMORY = -12,                   // a parcel would exceed its limit
     STATUS_ALREADY_EXISTS = -17,              // a living process serves the name
-    STATUS_BAD_VALUE = -22,                   // an argument or a received value that cannot be
-    STATUS_DEAD_OBJECT = -32,                 // the other side is gone
+    STATUS_BAD_VALUE = -22,                   // an invalid argument or received value
+    STATUS_DEAD_OBJECT = -32,                 // the connection is closed
     STATUS_NOT_ENOUGH_DATA = -61,             // a read past the end of the parcel
-    STATUS_UNKNOWN_TRANSACTION = -74,         // the interface has no such method
-    STATUS_UNEXPECTED_NULL = -0x7ffffff8,     // null where a value must be
-    STATUS_FAILED_TRANSACTION = -0x7ffffffe,  // the message could not be sent or understood
+    STATUS_UNKNOWN_TRANSACTION = -74,         // the interface has no method with this code
+    STATUS_UNEXPECTED_NULL = -0x7ffffff8,     // null instead of a value
+    STATUS_FAILED_TRANSACTION = -0x7ffffffe,  // a message could not be sent or is malformed
     STATUS_UNKNOWN_ERROR = -0x7fffffff - 1,
 };
 
@@ -30,15 +30,16 @@ enum : binder_exception_t {
     EX_NONE = 0,
     EX_ILLEGAL_ARGUMENT = -3,
     EX_SERVICE_SPECIFIC = -8,      // the code is in AStatus_getServiceSpecificError
-    EX_TRANSACTION_FAILED = -129,  // never on the wire: the code is in AStatus_getStatus
+    EX_TRANSACTION_FAILED = -129,  // never in a message; the code is in AStatus_getStatus
 };
 
 struct AStatus;
 
 [[nodiscard]] AStatus* AStatus_newOk();
+// EX_TRANSACTION_FAILED gets the code STATUS_UNKNOWN_ERROR. EX_NONE is OK.
 [[nodiscard]] AStatus* AStatus_fromExceptionCode(binder_exception_t exception);
 [[nodiscard]] AStatus* AStatus_fromServiceSpecificError(int32_t code);
-// OK for STATUS_OK, else EX_TRANSACTION_FAILED that carries the code.
+// OK for STATUS_OK, otherwise EX_TRANSACTION_FAILED with `status` as its code.
 [[nodiscard]] AStatus* AStatus_fromStatus(binder_status_t status);
 
 bool AStatus_isOk(const AStatus* status);

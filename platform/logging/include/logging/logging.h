@@ -1,9 +1,8 @@
-// Log records: severity, tag, source file and line, text.
+// Log records with severity, tag, source file and line, and text.
 //
-// LOG(ERROR) << "text" << 42; streams its pieces one after the other with no separator; they are
-// evaluated only when the severity filter admits the record. PLOG appends ": " and the text of
-// errno. Both leave errno as it was. Set up once, before other threads exist; records may then
-// come from any thread.
+// LOG(ERROR) << "text" << 42; joins its pieces without a separator. The pieces are evaluated only
+// if the severity filter admits the record. PLOG appends ": " and the text of errno. Both preserve
+// errno. Set logging up before starting a second thread; any thread may log afterwards.
 #pragma once
 
 #include <cerrno>
@@ -17,19 +16,20 @@ namespace logging {
 
 enum LogSeverity { VERBOSE, DEBUG, INFO, WARNING, ERROR, FATAL };
 
-enum LogId { DEFAULT, MAIN };  // MAIN is the system log's main buffer
+enum LogId { DEFAULT, MAIN };  // DEFAULT: the logger's own; MAIN: main buffer of the system log
 
+// Receives each admitted record. The strings are valid during the call only.
 using LogFunction = std::function<void(LogId id, LogSeverity severity, const char* tag,
                                        const char* file, unsigned int line, const char* message)>;
 using AbortFunction = std::function<void(const char* message)>;
 
-// Hands records to the system log under the tag, as "file:line: text"; what no log daemon takes at
-// once, or no daemon listens for, goes to standard error as a line "SEVERITY tag file:line: text".
-// Never waits: a record that standard error does not take at once either is dropped. A daemon that
-// starts later, or again, gets the records from then on.
+// Sends records to the system log, with the tag and as "file:line: text". If no log daemon accepts
+// a record at once, it goes to standard error as a line "SEVERITY tag file:line: text"; if standard
+// error does not accept it at once either, it is dropped. Never blocks. Each record looks for the
+// log daemon again, so the daemon may start later or restart.
 //
-// A record is one line of at most 1 KiB, prefix included: a longer one is cut and ends in "...".
-// Control characters in the text are written as \n or \x1b.
+// A record is one line of at most 1 KiB including its prefix; a longer one is cut and ends in
+// "...". Control characters are escaped: \n, \x1b.
 class LogdLogger {
   public:
     explicit LogdLogger(LogId default_id = MAIN);
@@ -41,18 +41,19 @@ class LogdLogger {
     int pid_;
 };
 
-// Ends the process with SIGABRT; the record itself has gone to the logger before.
+// Ends the process with SIGABRT. Runs after the logger has received the record.
 void DefaultAborter(const char* message);
 
-// Installs the logger and the handler that runs after a FATAL record. Until then records go to
-// standard error. The program's name is the tag until SetDefaultTag.
+// Installs the logger and the handler that runs after a FATAL record; an empty function changes
+// nothing. Before the first call, records go to standard error. The tag is the file name of argv[0]
+// until SetDefaultTag; `argv` may be null and is not kept.
 void InitLogging(char* argv[], LogFunction&& logger, AbortFunction&& aborter = DefaultAborter);
 void SetDefaultTag(const std::string& tag);
-// Whether a record of this severity is written. A null tag is the default tag.
+// Whether the severity filter admits a record of this severity. It is the same for every tag.
 bool ShouldLog(LogSeverity severity, const char* tag);
-void SetMinimumLogSeverity(LogSeverity severity);  // INFO at the start
+void SetMinimumLogSeverity(LogSeverity severity);  // INFO until the first call
 
-// The text of a record under construction.
+// Collects the text of one record.
 class LogStream {
   public:
     LogStream& operator<<(std::string_view text) {
@@ -75,7 +76,8 @@ class LogStream {
     std::string text_;
 };
 
-// One record; written when it goes out of scope. `error` -1: no errno text.
+// One record; its destructor passes it to the logger, with a NUL in the text as \x00. `error` -1:
+// no errno text. `file` and `tag` are borrowed; a null tag is the default tag.
 class LogMessage {
   public:
     LogMessage(const char* file, unsigned int line, LogSeverity severity, const char* tag,
