@@ -107,23 +107,18 @@ class SystemCallsTest : public PrivateRootTest {
             << strace.err();
         return strace;
     }
-    static Lines ReadTrace() {
+    // The system calls during `ask` and until its connection is closed.
+    template <typename Asking>
+    Lines Trace(const std::vector<std::string>& options, Asking&& ask) {
+        Child strace = AttachStrace(options);
+        ask();
+        AwaitNoClient();
+        strace.Kill(SIGINT);  // detaches
+        (void)strace.Wait();
         Lines lines;
         std::ifstream trace("/run/trace");
         for (std::string line; std::getline(trace, line);) lines.push_back(line);
         return lines;
-    }
-    // The system calls during `ask` and until its connection is closed.
-    template <typename Asking>
-    Lines Trace(const std::vector<std::string>& options, Asking&& ask) {
-        {
-            Child strace = AttachStrace(options);
-            ask();
-            AwaitNoClient();
-            strace.Kill(SIGINT);  // detaches
-            (void)strace.Wait();
-        }
-        return ReadTrace();
     }
 
     void FailOnce(const std::string& question, const std::string& call, int n, const char* error) {

@@ -9,6 +9,8 @@ using binder::StrongBinder;
 
 namespace {
 
+const std::string kStopRequest = "BirQ\2\0\0\0\4\0\0\0\0\0\0\0"s;  // ends the server
+
 class TransportTest : public PrivateRootTest {
   protected:
     void SetUp() override {
@@ -106,7 +108,7 @@ TEST_F(TransportTest, ARequestWaitsUntilThePeerTookThePreviousReply) {
         const RawSocket leaves;
         ASSERT_NO_FATAL_FAILURE(leaves.Connect());
         EXPECT_EQ(Send(leaves.fd(), kRequest), 16);
-        EXPECT_EQ(Send(leaves.fd(), "BirQ\2\0\0\0\0\0\0\0"s), 12);  // would end the server
+        EXPECT_EQ(Send(leaves.fd(), kStopRequest), 16);
         ExpectAnswers();
     }
     ExpectAnswers();

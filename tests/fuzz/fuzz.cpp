@@ -54,26 +54,26 @@ class Input {
     std::string_view rest_;
 };
 
-std::string Word(uint32_t word) {
+std::string Word(size_t number) {
+    const auto word = static_cast<uint32_t>(number);
     return {reinterpret_cast<const char*>(&word), sizeof(word)};
 }
 
 // One in three messages has no header of ours. The header may give a wrong size. Some messages are
-// about as large as the largest one. *well_formed: whether the service replies.
-std::string NextMessage(Input& input, bool* well_formed) {
+// about as large as the largest one.
+std::string NextMessage(Input& input) {
     constexpr uint32_t kCodes[] = {4, 1, 2, 3, 0xfffffe, 0xffffff, 5, 0};
     const uint8_t choice = input.Byte();
     std::string data = input.Take(input.Byte());
-    if (choice % 3 == 0) {
-        *well_formed = data.size() >= 12 && data.starts_with("BirQ") &&
-                       data.substr(8, 4) == Word(static_cast<uint32_t>(data.size() - 12));
-        return data;
-    }
+    if (choice % 3 == 0) return data;
     if (choice >= 0xF0) data.resize(65536 - 8 + choice % 16);
-    const uint32_t excess = choice % 32 == 31 ? input.Byte() : 0;
-    *well_formed = excess == 0 && data.size() <= 65536;
-    return "BirQ" + Word(kCodes[choice / 3 % 8]) +
-           Word(static_cast<uint32_t>(data.size()) + excess) + data;
+    const size_t excess = choice % 32 == 31 ? input.Byte() : 0;
+    return "BirQ" + Word(kCodes[choice / 3 % 8]) + Word(data.size() + excess) + data;
+}
+
+bool IsWellFormed(const std::string& message) {
+    return message.size() >= 12 && message.size() <= 12 + 65536 && message.starts_with("BirQ") &&
+           message.substr(8, 4) == Word(message.size() - 12);
 }
 
 // The service replies to a well-formed request and closes the connection after anything else. It
@@ -83,7 +83,8 @@ void SendMessages(Input& input) {
     const RawSocket client(kPath);
     client.Connect();
     for (bool open = true; open && !input.empty();) {
-        const std::string message = NextMessage(input, &open);
+        const std::string message = NextMessage(input);
+        open = IsWellFormed(message);
         (void)Send(client.fd(), message);
         EXPECT_EQ(Receive(client).substr(0, 4), open ? "BirP" : "");
     }
