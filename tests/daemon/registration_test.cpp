@@ -1,16 +1,11 @@
-// Names and the sockets behind them: who may serve one, and the life of a server that was handed
-// its socket.
+// Names and their sockets: which process may serve a name, and when a server exits.
 #include <echo_service.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <private_root.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <ctime>
+#include <chrono>
 #include <deque>
-#include <string>
 
 using binder::StrongBinder;
 
@@ -18,11 +13,8 @@ namespace {
 
 using RegistrationTest = PrivateRootTest;
 
-TEST_F(RegistrationTest, NamesThatNobodyServesOrThatCannotBe) {
-    const struct {
-        std::string instance;
-        int error;
-    } cases[] = {
+TEST_F(RegistrationTest, ANameThatNoProcessServesOrThatIsNoPathIsNotFound) {
+    const std::pair<std::string, int> cases[] = {
         {kInstance, ENOENT},
         {"", EINVAL},
         {"/etc/default", EINVAL},
@@ -32,27 +24,28 @@ TEST_F(RegistrationTest, NamesThatNobodyServesOrThatCannotBe) {
         {std::string(95, 'a'), ENOENT},
         {std::string(96, 'a'), ENAMETOOLONG},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.instance);
-        errno = 0;
-        EXPECT_EQ(AServiceManager_checkService(c.instance.c_str()), nullptr);
-        EXPECT_EQ(errno, c.error);
+    for (const auto& [instance, error] : cases) {
+        EXPECT_EQ(AServiceManager_checkService(instance.c_str()), nullptr);
+        EXPECT_EQ(errno, error) << instance;
     }
     EXPECT_EQ(AServiceManager_checkService(nullptr), nullptr);
     EXPECT_EQ(AServiceManager_registerLazyService(nullptr, kInstance), STATUS_UNEXPECTED_NULL);
 }
 
-TEST_F(RegistrationTest, ALivingServerIsNotDisplacedAndADeadOneIsReplaced) {
+mode_t ModeOf(const char* path) {
+    struct stat info {};
+    EXPECT_EQ(stat(path, &info), 0) << path;
+    return info.st_mode & 07777;
+}
+
+TEST_F(RegistrationTest, OnlyADeadServerIsReplaced) {
     Child first([] {
         umask(0);
         Serve();
     });
     ExpectAnswered(Connect());
-    struct stat info;
-    ASSERT_EQ(stat(kPath, &info), 0);
-    EXPECT_EQ(info.st_mode & 07777, 0660U);
-    ASSERT_EQ(stat("/run/binder/test.IService", &info), 0);
-    EXPECT_EQ(info.st_mode & 07777, 0711U);
+    EXPECT_EQ(ModeOf(kPath), 0660U);
+    EXPECT_EQ(ModeOf("/run/binder/test.IService"), 0711U);
     EXPECT_EQ(Child(Serve).Wait(), EEXIST);
     first.Kill();
     (void)first.Wait();
@@ -62,19 +55,19 @@ TEST_F(RegistrationTest, ALivingServerIsNotDisplacedAndADeadOneIsReplaced) {
     ExpectAnswered(Connect());
 }
 
-TEST_F(RegistrationTest, OnlyOneOfManyThatStartAtOnceServes) {
+TEST_F(RegistrationTest, OfServersThatStartTogetherOneServes) {
     for (int round = 0; round < 20; ++round) {
         ASSERT_NO_FATAL_FAILURE(ClearPrivateRoot());
-        ASSERT_NO_FATAL_FAILURE(RawSocket().Bind());  // a dead server's leftover
+        ASSERT_NO_FATAL_FAILURE(RawSocket().Listen());  // leaves the socket of a dead server
         int gate[2], report[2];
         ASSERT_EQ(pipe(gate) | pipe(report), 0);
         std::deque<Child> children;
         for (int i = 0; i < 8; ++i) {
             children.emplace_back([&] {
                 close(gate[1]);
-                (void)!read(gate[0], &i, sizeof i);  // until the gate opens
+                (void)!read(gate[0], &i, sizeof(i));  // returns when the test closes the gate
                 const binder_status_t status = Register();
-                (void)!write(report[1], &status, sizeof status);
+                (void)!write(report[1], &status, sizeof(status));
                 pause();
             });
         }
@@ -82,7 +75,7 @@ TEST_F(RegistrationTest, OnlyOneOfManyThatStartAtOnceServes) {
         int serving = 0;
         for (size_t i = 0; i < children.size(); ++i) {
             binder_status_t status = 0;
-            ASSERT_EQ(read(report[0], &status, sizeof status), ssize_t{sizeof status});
+            ASSERT_EQ(read(report[0], &status, sizeof(status)), ssize_t{sizeof(status)});
             EXPECT_TRUE(status == STATUS_OK || status == STATUS_ALREADY_EXISTS) << status;
             serving += status == STATUS_OK;
         }
@@ -92,43 +85,58 @@ TEST_F(RegistrationTest, OnlyOneOfManyThatStartAtOnceServes) {
 }
 
 TEST_F(RegistrationTest, WhatIsNotADeadServersSocketStays) {
-    struct stat info;
     WriteFile(kPath, "mine");
     EXPECT_EQ(Child(Serve).Wait(), ENOTSOCK);
-    ASSERT_EQ(stat(kPath, &info), 0);
-    EXPECT_EQ(info.st_size, 4);
+    EXPECT_EQ(std::filesystem::file_size(kPath), 4U);
     WriteLink(kPath, "elsewhere");
     EXPECT_EQ(Child(Serve).Wait(), ENOTSOCK);
     ASSERT_EQ(unlink(kPath), 0);
-    const RawSocket stream(SOCK_STREAM);
+    const RawSocket stream(kPath, SOCK_STREAM);
     ASSERT_NO_FATAL_FAILURE(stream.Listen());
     EXPECT_EQ(Child(Serve).Wait(), EEXIST);
-    EXPECT_EQ(stat(kPath, &info), 0);
+    EXPECT_TRUE(std::filesystem::is_socket(kPath));
 }
 
-// As systemd does it: the listener is descriptor 3 and outlives its servers.
-void ServeHanded(int fd) {
-    if (fd != 3) dup2(fd, 3);
+// Serves a listener that is passed as systemd passes it: descriptor 3, which outlives the server.
+void ServeHanded(int listener) {
+    if (listener != 3) dup2(listener, 3);
     setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
-    setenv("LISTEN_FDS", "1", 1);
-    Serve();
+    for (const char* name : {"LISTEN_FDS", "LISTEN_FDNAMES"}) setenv(name, "1", 1);
+    if (const binder_status_t status = Register()) _exit(-status);
+    for (const char* name : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"}) {
+        if (getenv(name) != nullptr) _exit(100);  // a child of the server would inherit it
+    }
+    ABinderProcess_joinThreadPool();
 }
 
-TEST_F(RegistrationTest, AHandedSocketIsServedUntilIdleAndThenByTheNextProcess) {
-    const RawSocket listener;
-    ASSERT_NO_FATAL_FAILURE(listener.Listen());
-    Child first([&] { ServeHanded(listener.fd()); });
+TEST_F(RegistrationTest, OnlyAServerOfAHandedSocketExitsAfterTenSecondsWithoutClients) {
+    const Child own_socket(Serve);
     ExpectAnswered(Connect());
-    timespec begin{}, end{};
-    clock_gettime(CLOCK_MONOTONIC, &begin);
+    const RawSocket used("/run/binder/used"), unused("/run/binder/unused");
+    ASSERT_NO_FATAL_FAILURE(used.Listen());
+    ASSERT_NO_FATAL_FAILURE(unused.Listen());
+    const auto start = std::chrono::steady_clock::now();
+    Child first([&] { ServeHanded(used.fd()); });
+    Child without_client([&] { ServeHanded(unused.fd()); });
+    ExpectAnswered(Connect("used"));
+    EXPECT_EQ(without_client.Wait(), 0);
     EXPECT_EQ(first.Wait(), 0);
-    clock_gettime(CLOCK_MONOTONIC, &end);
-    EXPECT_GE(end.tv_sec - begin.tv_sec, 9);
-    const StrongBinder early = Connect();  // before anybody serves
-    const Child second([&] { ServeHanded(listener.fd()); });
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(9'900));
+    const StrongBinder early = Connect("used");  // before a process serves the socket
+    const Child second([&] { ServeHanded(used.fd()); });
     ExpectAnswered(early);
-    // What is no listening socket of the kind is not taken over.
+    ExpectAnswered(Connect());
     EXPECT_EQ(Child([&] { ServeHanded(open("/dev/null", O_RDONLY)); }).Wait(), EINVAL);
+}
+
+TEST_F(RegistrationTest, AServerEndsWithTheTestThatStartedIt) {
+    Child test([] {
+        const Child server(Serve);
+        pause();
+    });
+    ExpectAnswered(Connect());
+    test.Kill();
+    EXPECT_TRUE(Eventually([] { return !StrongBinder(AServiceManager_checkService(kInstance)); }));
 }
 
 }  // namespace

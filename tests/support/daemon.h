@@ -1,46 +1,41 @@
-// The real daemon as a process: a client's side of it, and what it holds.
+// The daemon as a child process, connections to it, and the resources that it holds.
 #pragma once
 
 #include <binder/interface_utils.h>
 #include <binder/service_manager.h>
 #include <child.h>
 #include <device_tree.h>
-#include <gtest/gtest.h>
 #include <linux/close_range.h>
 #include <morsk/BpDiskInfoService.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <string>
-#include <utility>
 
 inline constexpr char kInstance[] = "com.quendar.tavisk.disk_info.IDiskInfoService/default";
 inline constexpr char kPath[] = "/run/binder/com.quendar.tavisk.disk_info.IDiskInfoService/default";
 
 using Service = morsk::com::quendar::tavisk::disk_info::IDiskInfoService;
 
-// A connection of its own; null while nobody serves.
+// A new connection; null if no process listens.
 inline std::shared_ptr<Service> ConnectToService() {
     using morsk::com::quendar::tavisk::disk_info::BpDiskInfoService;
     binder::StrongBinder binder(AServiceManager_checkService(kInstance));
     return binder ? binder::SharedRefBase::make<BpDiskInfoService>(std::move(binder)) : nullptr;
 }
 
-// Waits until a server answers the connection.
+// Waits until a process listens.
 inline void AwaitService() {
-    EXPECT_TRUE(Eventually([] { return bool(ConnectToService()); }));
+    EXPECT_TRUE(Eventually([] { return bool{ConnectToService()}; }));
 }
 
-// The daemon, started as it may be: with arguments that it ignores and without descriptors of ours.
+// The daemon, ready for connections. It gets arguments, which it ignores, and no descriptor of the
+// test but the standard streams.
 class Daemon : public Child {
   public:
     explicit Daemon(const std::string& program)
         : Child({program, "extra", "--arguments"}, "/run/service", [] {
               close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
-              // A sanitized one gives freed memory back at once, like the real one, and may be
-              // traced.
+              // A build with sanitizers can be traced and returns freed memory at once.
               setenv("ASAN_OPTIONS",
                      "detect_leaks=0:quarantine_size_mb=0:thread_local_quarantine_size_kb=0", 1);
           }) {
@@ -48,7 +43,7 @@ class Daemon : public Child {
     }
 };
 
-// What a process holds.
+// Resources of a process.
 struct Vitals {
     explicit Vitals(pid_t pid) {
         const std::string directory = "/proc/" + std::to_string(pid);

@@ -1,4 +1,4 @@
-// Fails the test that it lives in when its number of open descriptors changes meanwhile.
+// Fails the test if its number of open descriptors changes during the lifetime of the object.
 #pragma once
 
 #include <gtest/gtest.h>

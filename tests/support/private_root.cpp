@@ -1,6 +1,5 @@
 #include "private_root.h"
 
-#include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -8,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 namespace {
 
@@ -15,31 +15,23 @@ namespace fs = std::filesystem;
 
 const char* const kTrees[] = {"/dev/block", "/sys", "/run"};
 
-void Check(int result, const std::string& what) {
-    ASSERT_GE(result, 0) << what << ": " << strerror(errno);
+void Mount(const std::string& source, const std::string& target, unsigned long flags) {
+    ASSERT_EQ(mount(source.c_str(), target.c_str(), "tmpfs", flags, "mode=755"), 0)
+        << target << ": " << strerror(errno);
 }
 
-void MountEmpty(const char* path) {
-    Check(mount("tmpfs", path, "tmpfs", 0, "mode=755"), path);
-}
-
-// A /dev of our own, since the real one need not have a directory `block` to mount over. The
-// devices come along by descriptor: once /dev is covered, they have no names.
+// Replaces /dev by one with a directory `block`, which the machine's need not have.
 void CoverDev() {
-    const char* const paths[] = {"/dev/null", "/dev/zero", "/dev/urandom"};
-    int fds[std::size(paths)];
-    for (size_t i = 0; i < std::size(paths); ++i) fds[i] = open(paths[i], O_PATH);
-    MountEmpty("/dev");
-    for (size_t i = 0; i < std::size(paths); ++i) {
-        const std::string device = "/proc/self/fd/" + std::to_string(fds[i]);
-        WriteFile(paths[i], "");
-        Check(mount(device.c_str(), paths[i], nullptr, MS_BIND, nullptr), paths[i]);
-        close(fds[i]);
+    Mount("none", "/run", 0);
+    for (const std::string name : {"/null", "/zero", "/urandom"}) {
+        WriteFile("/run" + name, "");
+        Mount("/dev" + name, "/run" + name, MS_BIND);
     }
-    MakeDirectory("/dev/block");
+    MakeDirectory("/run/block");
+    Mount("/run", "/dev", MS_MOVE);
 }
 
-// Each id is mapped to itself and no other, as anybody may.
+// Maps the own ids to themselves, which needs no privileges.
 void Enter() {
     const std::string uid = std::to_string(geteuid());
     const std::string gid = std::to_string(getegid());
@@ -48,9 +40,9 @@ void Enter() {
     WriteFile("/proc/self/setgroups", "deny");
     WriteFile("/proc/self/uid_map", uid + " " + uid + " 1");
     WriteFile("/proc/self/gid_map", gid + " " + gid + " 1");
-    ASSERT_EQ(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0) << strerror(errno);
+    Mount("none", "/", MS_REC | MS_PRIVATE);
     CoverDev();
-    for (const char* tree : kTrees) MountEmpty(tree);
+    for (const char* tree : kTrees) Mount("none", tree, 0);
 }
 
 }  // namespace
@@ -65,8 +57,8 @@ void EnterPrivateRoot() {
 
 void ClearPrivateRoot() {
     for (const char* tree : kTrees) {
-        Check(umount2(tree, MNT_DETACH), tree);
-        MountEmpty(tree);
+        ASSERT_EQ(umount2(tree, MNT_DETACH), 0) << tree << ": " << strerror(errno);
+        Mount("none", tree, 0);
     }
 }
 
@@ -75,15 +67,14 @@ void MakeDirectory(const std::string& path) {
 }
 
 void WriteFile(const std::string& path, const std::string& content) {
-    fs::create_directories(fs::path(path).parent_path());
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    Check(fd, path);
-    EXPECT_EQ(write(fd, content.data(), content.size()), static_cast<ssize_t>(content.size()));
-    close(fd);
+    MakeDirectory(fs::path(path).parent_path());
+    std::ofstream file(path, std::ios::binary);
+    file << content << std::flush;
+    EXPECT_TRUE(file) << path << ": " << strerror(errno);
 }
 
 void WriteLink(const std::string& path, const std::string& target) {
-    fs::create_directories(fs::path(path).parent_path());
+    MakeDirectory(fs::path(path).parent_path());
     fs::remove(path);
     fs::create_symlink(target, path);
 }

@@ -1,25 +1,25 @@
-// The fixed places that the code under test reads, for the test process alone: a user and mount
-// namespace of its own with an empty tree at /dev/block, /sys and /run. Takes no rights; where the
-// machine forbids it, the tests fail. Of the other devices only null, zero and urandom are left.
-// Children see the same trees. Every operation fails the test that calls it by itself.
+// A private user and mount namespace of the test process, with empty trees at /dev/block, /sys and
+// /run in place of the fixed paths that the code under test reads. Needs no privileges; if the
+// machine forbids such namespaces, the tests fail. Of other devices only null, zero and urandom
+// exist. Child processes see the same trees. A function that fails also fails the test.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-// Enters the namespaces at the process's first call, before it has a second thread.
+// Enters the namespaces at the first call in the process, which must be before it has threads.
 void EnterPrivateRoot();
 
-// Empties the three trees. What is still open lives on, unreachable by name.
+// Empties the three trees. Open files stay usable.
 void ClearPrivateRoot();
 
-// Make what is missing of the directories before `path`. A file's content or a link is replaced.
+// These create missing parent directories and replace an existing file or link.
 void MakeDirectory(const std::string& path);
 void WriteFile(const std::string& path, const std::string& content);
 void WriteLink(const std::string& path, const std::string& target);
 
-// Empty trees for each test. No test runs without them.
+// Every test starts with empty trees.
 class PrivateRootTest : public testing::Test {
   protected:
     void SetUp() override {
