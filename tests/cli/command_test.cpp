@@ -106,7 +106,7 @@ TEST_F(CommandTest, ExitStatusesAndStreams) {
         {{"nonsense"}, 2, "", "Usage: disk_info"},
         {{"info", "health"}, 2, "", "Usage: disk_info"},
         {{"--watch", "0"}, 2, "", "not in range 1 to 86400"},
-        {{"--watch", "86401"}, 2, "", "not in range 1 to 86400"},
+        {{"--watch", "86401", "--json"}, 2, "", "not in range 1 to 86400"},
         {{"--timeout", "0"}, 2, "", "not in range 1 to 3600"},
         {{"--timeout", "3601"}, 2, "", "not in range 1 to 3600"},
         {{"--watch", "86400", "--json"}, 2, "", "--watch and --json cannot be combined\n"},
@@ -185,6 +185,7 @@ TEST_F(CommandTest, WatchContinuesAfterErrorsUntilASignal) {
         Child command = StartOn(kTerminalInside, {"health", "--watch", "1", "--timeout", "1"});
         EXPECT_THAT(ReadUpTo("did not answer within 1 s; "), testing::StartsWith("\x1b[?25l"));
         ReadUpTo("did not answer within 1 s; ");
+        EXPECT_EQ(Vitals(command.pid()).threads, 2) << "main and the first query, abandoned";
         silent.reset();
         ReadUpTo("Connection refused; ");
         {

@@ -61,7 +61,7 @@ TEST(CommandTextTest, FieldsHaveWordsAndAVerdict) {
         {R"({"deviceLifeTimeEstimationA": "0x0A"})", "90 % to 100 % used", kWatch},
         {R"({"deviceLifeTimeEstimationA": "0x0c"})", "not reported"},
         {R"({"deviceLifeTimeEstimationB": "9"})", "80 % to 90 % used", kOk},
-        {R"({"deviceLifeTimeEstimationB": "0x0a"})", "90 % to 100 % used", kWatch},
+        {R"({"deviceLifeTimeEstimationB": "10"})", "90 % to 100 % used", kWatch},
         {R"({"percentageUsed": 89})", "89 %", kOk},
         {R"({"percentageUsed": 90})", "90 %", kWatch},
         {R"({"percentageUsed": 100})", "100 %", kWatch},
@@ -94,7 +94,7 @@ TEST(CommandTextTest, FieldsHaveWordsAndAVerdict) {
 TEST(CommandTextTest, PlainTextHasSectionsBarsAndReasons) {
     const Document document = DocumentOf(Command::kStatus, R"({
         "health": {"availableSpare": 5, "availableSpareThreshold": 5, "percentageUsed": 0,
-                   "deviceLifeTimeEstimationA": "0x01", "deviceLifeTimeEstimationB": "0x0b",
+                   "deviceLifeTimeEstimationA": "0x05", "deviceLifeTimeEstimationB": "0x0b",
                    "criticalWarning": 72},
         "power": -1, "fsmetadata": {"sysfsPath": "/\u001b"}})");
     EXPECT_EQ(
@@ -103,7 +103,7 @@ TEST(CommandTextTest, PlainTextHasSectionsBarsAndReasons) {
         "  Available spare:           [\x1b[33m#\x1b[0m...................] 5 %\n"
         "  Available spare threshold: 5 %\n"
         "  Expected life used:        [....................] 0 %\n"
-        "  Life time estimation A:    [\x1b[32m##\x1b[0m..................] 0 % to 10 % used\n"
+        "  Life time estimation A:    [\x1b[32m##########\x1b[0m..........] 40 % to 50 % used\n"
         "  Life time estimation B:    [\x1b[33m####################\x1b[0m] "
         "beyond the expected life\n"
         "  Critical warning:          the media is read-only; bit 6\n"
