@@ -35,7 +35,8 @@ int main(void) {
         "      \"availableSpare\": %d,\n      \"availableSpareThreshold\": %d,\n"
         "      \"percentageUsed\": %d,\n      \"criticalWarning\": %d,\n"
         "      \"dataUnitsWritten\": %llu,\n      \"numberOfMediaErrors\": %llu,\n"
-        "      \"numberOfErrorLogEntries\": %llu,\n      \"discardReadValue\": \"%s\"\n    }\n  },\n"
+        "      \"numberOfErrorLogEntries\": %llu,\n      \"discardReadValue\": \"%s\"\n    }\n  "
+        "},\n"
         "  \"assessment\": {\n    \"verdict\": \"ok\",\n    \"reasons\": [\n"
         "      \"nothing that the disk reports is at a limit\"\n    ]\n  }\n}\n",
         int_at(32), int_at(36), int_at(40), int_at(44), long_at(48), long_at(56), long_at(64),
