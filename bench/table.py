@@ -19,6 +19,7 @@ GOALS = [
     (r"disk_info --json health, ms", 1.50, "ratio"),
 ]
 
+
 def number(value):
     return f"{value:.2f}" if value < 10 else f"{value:.1f}" if value < 100 else f"{value:.0f}"
 
@@ -46,7 +47,7 @@ def read(path):
 
 
 def add_shares(samples):
-    """The user CPU of the device calls as a share of their kernel CPU."""
+    """Adds the user CPU of the device calls as a share of their kernel CPU."""
     for disk in ("nvme", "ufs"):
         if user := samples.get(f"{disk} user CPU a call, µs"):
             kernel = samples[f"{disk} kernel CPU a call, µs"]

@@ -36,10 +36,12 @@ value() { # Prints a field of the JSON output, as JSON: field disk_info-argument
   disk_info --json "$@" 2>/dev/null | sed -n "s/^ *\"$field\": //p" | sed 's/,$//'
 }
 
-# Reads lines of a field and its expected JSON value, which is the rest of the line.
-check_fields() { # disk_info-argument...
-  while read -r name want; do
-    check "$* $name" "$(value "$name" "$@")" "$want"
+# Reads lines of disk_info's arguments, a field and its expected JSON value: "fs userdata: errorCount 0".
+check_fields() {
+  while read -r line; do
+    arguments=${line%%:*} line=${line#*: }
+    # shellcheck disable=SC2086
+    check "$arguments: ${line%% *}" "$(value "${line%% *}" $arguments)" "${line#* }"
   done
 }
 
@@ -50,4 +52,8 @@ wait_until() { # Repeats a command until it succeeds, for at least three minutes
     [ "$tries" -lt 900 ] || return 1
     sleep 0.2
   done
+}
+
+await() { # Waits for a command to succeed; it is a failed check if it does not.
+  wait_until "$@" || check "$*" 'not within the time limit' 'success'
 }
