@@ -204,14 +204,14 @@ void MeasureCalls(char** arguments) {
         Sample(where + " user CPU a call, µs", kSides[side], cpu[side][0] / calls);
         Sample(where + " kernel CPU a call, µs", kSides[side], cpu[side][1] / calls);
     }
-}
+}  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): std::function owns its callable.
 
 void Repeat(char** arguments) {
     const uint32_t number = NumberOf(arguments[2]);
     const bool is_ours = std::strcmp(arguments[0], "ours") == 0;
     const Call call = is_ours ? DaemonCall(number) : FloorCall(arguments[0], number, kVersionReply);
     for (int i = atoi(arguments[1]); i > 0; --i) call();
-}
+}  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): std::function owns its callable.
 
 // Runs a program with `fd` as its standard output, or as descriptor 3, the first that systemd
 // passes.
