@@ -1,23 +1,18 @@
-// Asks the daemon and its floor, bare/server.c, in turn, and prints one line a sample: measure,
-// "ours" or "floor", value, separated by tabs. bench/table.py makes the table of these lines.
+// Measures the daemon and its floor, bare/server.c, in turn and prints one line a sample: measure,
+// side ("ours" or "floor") and value, separated by tabs. bench/table.py makes tables of these
+// lines.
 //
-//   client calls BARE WHERE OURS_PID BARE_PID ROUNDS BATCH KIND...
-//       µs a call on a kept connection, and µs of CPU
-//   client repeat CALLS KIND
-//       prints nothing
-//   client start ROUNDS OURS BARE
-//       µs from exec to the first answer
-//   client first MEASURE SIDE SOCKET
-//       ms from connect to the first answer
-//   client run MEASURE ROUNDS OURS FLOOR
-//       ms of two shell commands that are run in turn
-//   client load BARE SECONDS CLIENTS
-//       many clients at once
-//   client memory MEASURE SIDE PID [CLIENTS]
-//       KiB; with so many idle clients, bytes for each
+//   calls FLOOR WHERE OURS_PID FLOOR_PID ROUNDS BATCH CALL...
+//                                        µs a call on a kept connection, µs of CPU
+//   repeat ours|FLOOR CALLS CALL         prints nothing
+//   start ROUNDS OURS FLOOR              µs from exec of the two programs to the first reply
+//   first MEASURE ours|floor SOCKET      ms from connect to the first reply
+//   run MEASURE ROUNDS PROGRAM ARG...    ms of a program; its floor is bench_health
+//   load FLOOR SECONDS CLIENTS           many clients at once
+//   memory MEASURE ours|floor PID        KiB
 //
-// BARE is the socket of the bare server, WHERE the text that stands before each measure. The bare
-// server's plans are those of kKinds, in that order.
+// FLOOR is the socket of a bench_server, WHERE the text before each measure, CALL one of kCalls.
+#include <base/unique_fd.h>
 #include <binder/service_manager.h>
 #include <fcntl.h>
 #include <morsk/BpDiskInfoService.h>
@@ -30,13 +25,13 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cinttypes>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
@@ -45,128 +40,122 @@ namespace {
 
 using namespace morsk::com::quendar::tavisk::disk_info;
 using Clock = std::chrono::steady_clock;
+using Call = std::function<void()>;
 
-constexpr std::array kKinds = {"version", "info", "health", "power", "userdata", "metadata"};
-constexpr size_t kVersion = 0;
+// Their indices are the floor's numbers for them.
+constexpr std::array kCalls = {"version", "info", "health", "power", "userdata", "metadata"};
+constexpr uint32_t kVersion = 0;
 constexpr uint32_t kVersionReply = 12 + 4 + 4;  // message header, status, number
+constexpr uint32_t kMagic = 0x51726942;
+constexpr const char* kSides[] = {"ours", "floor"};
 const std::string kInstance = std::string(BpDiskInfoService::descriptor) + "/default";
+const std::string kSocket = "/run/binder/" + kInstance;
 
 [[noreturn]] void Die(const char* what) {
     perror(what);
     exit(1);
 }
 
-double MicrosSince(Clock::time_point start) {
-    return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
-}
-
 void Sample(const std::string& measure, const char* side, double value) {
     printf("%s\t%s\t%.4f\n", measure.c_str(), side, value);
 }
 
-size_t KindOf(const char* name) {
-    for (size_t i = 0; i < kKinds.size(); ++i) {
-        if (std::strcmp(kKinds[i], name) == 0) return i;
-    }
-    Die(name);
+double MicrosSince(Clock::time_point start) {
+    return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
 }
 
-template <typename Parcelable>
-int32_t SizeOf(const std::optional<Parcelable>& value) {
-    const binder::ScopedParcel parcel(AParcel_create());
-    if (!value || value->writeToParcel(parcel.get()) != STATUS_OK) Die("an answer without a value");
-    return AParcel_getDataSize(parcel.get());
+template <typename Action>
+double MicrosACall(int count, const Action& action) {
+    const auto start = Clock::now();
+    for (int i = 0; i < count; ++i) action();
+    return MicrosSince(start) / count;
 }
 
-// The daemon as every client sees it: through the interface's proxy.
-class Ours {
-  public:
-    Ours() {
-        binder::StrongBinder service(AServiceManager_checkService(kInstance.c_str()));
-        if (!service) Die("connect to the daemon");
-        proxy_ = binder::SharedRefBase::make<BpDiskInfoService>(std::move(service));
+uint32_t NumberOf(const char* call) {
+    for (uint32_t i = 0; i < kCalls.size(); ++i) {
+        if (std::strcmp(kCalls[i], call) == 0) return i;
     }
+    Die(call);
+}
 
-    void Ask(size_t kind) {
-        if (!Call(kind).isOk()) Die(kKinds[kind]);
-    }
-
-    // Bytes of the last reply to a question of this kind: message header, status, marker,
-    // parcelable.
-    uint32_t ReplyBytes(size_t kind) {
-        Ask(kind);
-        switch (kind) {
-            case kVersion:
-                return kVersionReply;
-            case 1:
-                return uint32_t(12 + 4 + 4 + SizeOf(info_));
-            case 2:
-                return uint32_t(12 + 4 + 4 + SizeOf(health_));
-            case 3:
-                return uint32_t(12 + 4 + 4 + SizeOf(power_));
-            default:
-                return uint32_t(12 + 4 + 4 + SizeOf(filesystem_));
-        }
-    }
-
-  private:
-    binder::ScopedStatus Call(size_t kind) {
-        int32_t version = 0;
-        switch (kind) {
-            case kVersion:
-                return proxy_->getInterfaceVersion(&version);
-            case 1:
-                return proxy_->getDiskInfo(&info_);
-            case 2:
-                return proxy_->getDiskHealth(&health_);
-            case 3:
-                return proxy_->getDiskPower(&power_);
-            default:
-                return proxy_->getFilesystemInfo(kKinds[kind], &filesystem_);
-        }
-    }
-
-    std::shared_ptr<BpDiskInfoService> proxy_;
-    std::optional<DiskInfoParcel> info_;
-    std::optional<DiskHealthParcel> health_;
-    std::optional<DiskPowerParcel> power_;
-    std::optional<FilesystemInfoParcel> filesystem_;
-};
-
-int Connect(const char* path) {
+sockaddr_un AddressOf(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    strncpy(address.sun_path, path, sizeof address.sun_path - 1);
-    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) Die(path);
-    return fd;
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    return address;
 }
 
-// The bare server, with messages as long as the daemon's.
-class Bare {
+// A connection to either side, without the interface's proxy. Messages are as long for both.
+class Connection {
   public:
-    explicit Bare(const char* path) : fd_(Connect(path)) {}
-    Bare(const Bare&) = delete;
-    ~Bare() { close(fd_); }
+    explicit Connection(const std::string& path) : fd_(socket(AF_UNIX, SOCK_SEQPACKET, 0)) {
+        const sockaddr_un address = AddressOf(path);
+        if (connect(fd_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)
+            Die(path.c_str());
+    }
 
-    void Ask(size_t kind, uint32_t reply_bytes) {
-        std::array<uint32_t, 7> request{reply_bytes, uint32_t(kind)};
-        const size_t size = kind < 4 ? 12 : 12 + 4 + 12;
-        if (send(fd_, request.data(), size, 0) != ssize_t(size) ||
-            recv(fd_, reply_, sizeof reply_, 0) != ssize_t(reply_bytes)) {
-            Die((std::string("bare ") + kKinds[kind]).c_str());
-        }
+    void SendToFloor(uint32_t number, uint32_t reply_bytes) { Send({reply_bytes, number}, number); }
+
+    void SendToDaemon(uint32_t number) {
+        const uint32_t code =
+            number == kVersion ? BpDiskInfoService::kGetInterfaceVersion : std::min(number, 4U);
+        std::array<uint32_t, 7> message{kMagic, code, code == 4 ? 16U : 0U, 8};
+        std::memcpy(&message[4], kCalls[number], code == 4 ? 8 : 0);
+        Send(message, number);
+    }
+
+    void RequestVersion(int side) {
+        side == 0 ? SendToDaemon(kVersion) : SendToFloor(kVersion, kVersionReply);
+    }
+
+    // The size of the next message, in bytes.
+    uint32_t Receive() {
+        const ssize_t size = recv(fd_.get(), reply_.data(), reply_.size(), 0);
+        if (size <= 0) Die("receive a reply");
+        return static_cast<uint32_t>(size);
     }
 
   private:
-    int fd_;
-    char reply_[1 << 16] = {};
+    void Send(const std::array<uint32_t, 7>& message, uint32_t number) {
+        if (send(fd_.get(), message.data(), number < 4 ? 12 : 28, 0) < 0) Die("send a request");
+    }
+
+    base::UniqueFd fd_;
+    std::vector<char> reply_ = std::vector<char>(size_t{1} << 16);
 };
 
-double MicrosACall(int count, const std::function<void()>& call) {
-    const auto start = Clock::now();
-    for (int i = 0; i < count; ++i) call();
-    return MicrosSince(start) / count;
+// Makes a call through the interface's proxy, as every client does, on a connection of its own.
+template <typename Reply>
+Call ProxyCall(auto method, auto... arguments) {
+    binder::StrongBinder service(AServiceManager_checkService(kInstance.c_str()));
+    if (!service) Die("connect to the daemon");
+    const auto proxy = binder::SharedRefBase::make<BpDiskInfoService>(std::move(service));
+    return [=, reply = Reply{}]() mutable {
+        if (!((*proxy).*method)(arguments..., &reply).isOk()) Die("call the daemon");
+    };
+}
+
+Call DaemonCall(uint32_t number) {
+    using Proxy = BpDiskInfoService;
+    if (number == kVersion) return ProxyCall<int32_t>(&Proxy::getInterfaceVersion);
+    if (number == 1) return ProxyCall<std::optional<DiskInfoParcel>>(&Proxy::getDiskInfo);
+    if (number == 2) return ProxyCall<std::optional<DiskHealthParcel>>(&Proxy::getDiskHealth);
+    if (number == 3) return ProxyCall<std::optional<DiskPowerParcel>>(&Proxy::getDiskPower);
+    return ProxyCall<std::optional<FilesystemInfoParcel>>(&Proxy::getFilesystemInfo,
+                                                          kCalls[number]);
+}
+
+Call FloorCall(const char* path, uint32_t number, uint32_t reply_bytes) {
+    return [=, connection = std::make_shared<Connection>(path)] {
+        connection->SendToFloor(number, reply_bytes);
+        if (connection->Receive() != reply_bytes) Die("the floor's reply has another size");
+    };
+}
+
+uint32_t ReplyBytesOfDaemon(uint32_t number) {
+    Connection connection(kSocket);
+    connection.SendToDaemon(number);
+    return connection.Receive();
 }
 
 // User and kernel time of a process in µs, counted by the kernel's clock tick.
@@ -176,220 +165,176 @@ std::array<double, 2> CpuOf(const char* pid) {
     for (int i = 0; i < 13; ++i) file >> word;
     std::array<double, 2> ticks{};
     if (!(file >> ticks[0] >> ticks[1])) Die(pid);
-    for (double& value : ticks) value *= 1e6 / double(sysconf(_SC_CLK_TCK));
+    for (double& value : ticks) value *= 1e6 / static_cast<double>(sysconf(_SC_CLK_TCK));
     return ticks;
 }
 
-// Batches in turn. The CPU is that of all calls together, as the tick is too coarse for a kind
-// alone.
-void Calls(char** arguments) {
-    Ours ours;
-    Bare bare(arguments[0]);
+// Proportional memory of a process in KiB.
+double MemoryOf(const char* pid) {
+    std::ifstream file("/proc/" + std::string(pid) + "/smaps_rollup");
+    for (std::string word; file >> word;) {
+        double value = 0;
+        if (word == "Pss:" && file >> value) return value;
+    }
+    Die(pid);
+}
+
+// In batches. CPU time is the mean of all calls, because the clock tick is too coarse for one call.
+void MeasureCalls(char** arguments) {
     const std::string where = arguments[1];
     const int rounds = atoi(arguments[4]), batch = atoi(arguments[5]);
-    size_t kind = 0;
-    uint32_t reply_bytes = 0;
-    const struct {
-        const char* name;
-        const char* pid;
-        std::function<void()> ask;
-    } sides[] = {{"ours", arguments[2], [&] { ours.Ask(kind); }},
-                 {"floor", arguments[3], [&] { bare.Ask(kind, reply_bytes); }}};
     double cpu[2][2] = {};
     int calls = 0;
     for (char** name = arguments + 6; *name != nullptr; ++name) {
-        kind = KindOf(*name);
-        reply_bytes = ours.ReplyBytes(kind);
+        const uint32_t number = NumberOf(*name);
+        const Call call[] = {DaemonCall(number),
+                             FloorCall(arguments[0], number, ReplyBytesOfDaemon(number))};
         for (int round = -1; round < rounds; ++round) {
-            for (const int i : {0, 1}) {
-                const auto before = CpuOf(sides[i].pid);
-                const double micros = MicrosACall(batch, sides[i].ask);
-                const auto after = CpuOf(sides[i].pid);
-                for (const int mode : {0, 1}) cpu[i][mode] += after[mode] - before[mode];
-                if (round >= 0) Sample(where + " call " + *name + ", µs", sides[i].name, micros);
+            for (const int side : {0, 1}) {
+                const auto before = CpuOf(arguments[2 + side]);
+                const double micros = MicrosACall(batch, call[side]);
+                const auto after = CpuOf(arguments[2 + side]);
+                for (const int mode : {0, 1}) cpu[side][mode] += after[mode] - before[mode];
+                if (round >= 0) Sample(where + " call " + *name + ", µs", kSides[side], micros);
             }
             calls += batch;
         }
     }
-    for (const int i : {0, 1}) {
-        Sample(where + " user CPU a call, µs", sides[i].name, cpu[i][0] / calls);
-        Sample(where + " kernel CPU a call, µs", sides[i].name, cpu[i][1] / calls);
+    for (const int side : {0, 1}) {
+        Sample(where + " user CPU a call, µs", kSides[side], cpu[side][0] / calls);
+        Sample(where + " kernel CPU a call, µs", kSides[side], cpu[side][1] / calls);
     }
-}
+}  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): std::function owns its callable.
 
 void Repeat(char** arguments) {
-    Ours ours;
-    const size_t kind = KindOf(arguments[1]);
-    for (int i = atoi(arguments[0]); i > 0; --i) ours.Ask(kind);
-}
+    const uint32_t number = NumberOf(arguments[2]);
+    const bool is_ours = std::strcmp(arguments[0], "ours") == 0;
+    const Call call = is_ours ? DaemonCall(number) : FloorCall(arguments[0], number, kVersionReply);
+    for (int i = atoi(arguments[1]); i > 0; --i) call();
+}  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): std::function owns its callable.
 
-// What systemd does: the listening socket is there first, and the server gets it as descriptor 3.
-pid_t Start(const char* program, int listener) {
+// Runs a program with `fd` as its standard output, or as descriptor 3, the first that systemd
+// passes.
+pid_t Spawn(char* const* command, const base::UniqueFd& fd, int as) {
     const pid_t pid = fork();
     if (pid != 0) return pid;
-    dup2(listener, 3);
-    setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
-    setenv("LISTEN_FDS", "1", 1);
-    execl(program, program, "3", "one", nullptr);
+    dup2(fd.get(), as);
+    if (as == 3) {
+        setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
+        setenv("LISTEN_FDS", "1", 1);
+    }
+    execvp(command[0], command);
     _exit(127);
 }
 
-// Asks for the interface version on a fresh connection; each server is asked in its own words.
-void RequestVersion(int fd, bool is_ours) {
-    const uint32_t for_ours[] = {0x51726942, BpDiskInfoService::kGetInterfaceVersion, 0};
-    const uint32_t for_bare[] = {kVersionReply, kVersion, 0};
-    if (send(fd, is_ours ? for_ours : for_bare, 12, 0) != 12) Die("send");
+// The socket listens and has the request before the server starts, as with socket activation.
+double MicrosToFirstReply(char* program, int side) {
+    static char number[] = "3", one[] = "one";
+    const std::string path = "/tmp/bench." + std::to_string(getpid());
+    const sockaddr_un address = AddressOf(path);
+    const base::UniqueFd listener(socket(AF_UNIX, SOCK_SEQPACKET, 0));
+    unlink(path.c_str());
+    if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+        listen(listener.get(), 1) != 0) {
+        Die(path.c_str());
+    }
+    Connection client(path);
+    client.RequestVersion(side);
+    char* const command[] = {program, number, one, nullptr};
+    const auto start = Clock::now();
+    const pid_t pid = Spawn(command, listener, 3);
+    (void)client.Receive();
+    const double micros = MicrosSince(start);
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    return micros;
 }
 
-void AwaitVersion(int fd) {
-    char reply[64];
-    if (recv(fd, reply, sizeof reply, 0) != kVersionReply) Die("no first answer");
-}
-
-void StartUp(char** arguments) {
+void MeasureStart(char** arguments) {
     for (int round = -1; round < atoi(arguments[0]); ++round) {
-        for (const bool is_ours : {true, false}) {
-            const std::string path = "/tmp/bench." + std::to_string(getpid());
-            sockaddr_un address{};
-            address.sun_family = AF_UNIX;
-            path.copy(address.sun_path, sizeof address.sun_path - 1);
-            const int listener = socket(AF_UNIX, SOCK_SEQPACKET, 0);
-            if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-                listen(listener, 1) != 0) {
-                Die("listen");
-            }
-            const int client = Connect(path.c_str());
-            RequestVersion(client, is_ours);
-            const auto start = Clock::now();
-            const pid_t pid = Start(arguments[is_ours ? 1 : 2], listener);
-            AwaitVersion(client);
-            const double took = MicrosSince(start);
-            kill(pid, SIGKILL);
-            waitpid(pid, nullptr, 0);
-            close(client);
-            close(listener);
-            unlink(path.c_str());
-            if (round >= 0) Sample("exec to first answer, µs", is_ours ? "ours" : "floor", took);
+        for (const int side : {0, 1}) {
+            const double micros = MicrosToFirstReply(arguments[1 + side], side);
+            if (round >= 0) Sample("exec to first answer, µs", kSides[side], micros);
         }
     }
 }
 
-void First(char** arguments) {
+void MeasureFirst(char** arguments) {
     const auto start = Clock::now();
-    const int fd = Connect(arguments[2]);
-    RequestVersion(fd, std::strcmp(arguments[1], "floor") != 0);
-    AwaitVersion(fd);
+    Connection connection(arguments[2]);
+    connection.RequestVersion(std::strcmp(arguments[1], "floor") == 0);
+    (void)connection.Receive();
     Sample(arguments[0], arguments[1], MicrosSince(start) / 1000);
 }
 
-void RunToEnd(const std::vector<char*>& command) {
-    const pid_t pid = fork();
-    if (pid == 0) {
-        dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
-        execvp(command[0], command.data());
-        _exit(127);
-    }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) == 127) Die(command[0]);
-}
-
-std::vector<char*> Words(char* text) {
-    std::vector<char*> words;
-    for (char* word = strtok(text, " "); word != nullptr; word = strtok(nullptr, " "))
-        words.push_back(word);
-    words.push_back(nullptr);
-    return words;
-}
-
-void Run(char** arguments) {
-    const std::vector<char*> commands[] = {Words(arguments[2]), Words(arguments[3])};
+void MeasureRun(char** arguments) {
+    static char floor[] = "bench_health";
+    char* const floor_command[] = {floor, nullptr};
+    const base::UniqueFd output(open("/dev/null", O_WRONLY));
     for (int round = -1; round < atoi(arguments[1]); ++round) {
         for (const int side : {0, 1}) {
+            int status = 0;
             const auto start = Clock::now();
-            RunToEnd(commands[side]);
-            if (round >= 0)
-                Sample(arguments[0], side == 0 ? "ours" : "floor", MicrosSince(start) / 1000);
+            waitpid(Spawn(side == 0 ? arguments + 2 : floor_command, output, STDOUT_FILENO),
+                    &status, 0);
+            if (!WIFEXITED(status) || WEXITSTATUS(status) == 127) Die(arguments[2]);
+            if (round >= 0) Sample(arguments[0], kSides[side], MicrosSince(start) / 1000);
         }
     }
 }
 
-// So many clients at once ask for the version as fast as they can. Client is Ours or Bare.
-template <typename MakeClient>
-void LoadOf(const char* side, double seconds, int clients, MakeClient&& make) {
+// So many clients at once make calls for some seconds, each as fast as it can.
+void LoadOf(const char* side, double seconds, size_t clients,
+            const std::function<Call()>& connect) {
     std::atomic<bool> stop = false;
-    std::vector<double> waits(size_t(clients), 0), calls(size_t(clients), 0);
+    std::vector<double> waits(clients), calls(clients);
     std::vector<std::thread> threads;
     const auto start = Clock::now();
-    for (size_t i = 0; i < size_t(clients); ++i) {
+    for (size_t i = 0; i < clients; ++i) {
         threads.emplace_back([&, i] {
-            const auto ask = make();
-            while (!stop) {
-                waits[i] = std::max(waits[i], MicrosACall(1, ask));
-                ++calls[i];
-            }
+            for (const Call call = connect(); !stop; ++calls[i])
+                waits[i] = std::max(waits[i], MicrosACall(1, call));
         });
     }
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
     stop = true;
     for (std::thread& thread : threads) thread.join();
-    const double took = MicrosSince(start);
-    double all = 0;
-    for (const double count : calls) all += count;
     const std::string measure = std::to_string(clients) + " clients: ";
-    Sample(measure + "µs a call", side, took / all);
+    Sample(measure + "µs a call", side,
+           MicrosSince(start) / std::accumulate(calls.begin(), calls.end(), 0.0));
     if (clients == 1) return;
     const auto [least, most] = std::ranges::minmax(calls);
     Sample(measure + "most served / least served", side, most / std::max(least, 1.0));
     Sample(measure + "longest wait, ms", side, std::ranges::max(waits) / 1000);
 }
 
-void Load(char** arguments) {
+void MeasureLoad(char** arguments) {
     const double seconds = atof(arguments[1]);
-    const int clients = atoi(arguments[2]);
-    LoadOf("ours", seconds, clients,
-           [] { return [ours = std::make_shared<Ours>()] { ours->Ask(kVersion); }; });
-    LoadOf("floor", seconds, clients, [&] {
-        return
-            [bare = std::make_shared<Bare>(arguments[0])] { bare->Ask(kVersion, kVersionReply); };
-    });
+    const size_t clients = strtoul(arguments[2], nullptr, 10);
+    LoadOf("ours", seconds, clients, [] { return DaemonCall(kVersion); });
+    LoadOf("floor", seconds, clients,
+           [&] { return FloorCall(arguments[0], kVersion, kVersionReply); });
 }
 
-// Proportional memory of a process in KiB.
-double MemoryOf(const std::string& pid) {
-    std::ifstream file("/proc/" + pid + "/smaps_rollup");
-    for (std::string word; file >> word;) {
-        double value = 0;
-        if (word == "Pss:" && file >> value) return value;
-    }
-    Die(pid.c_str());
-}
-
-void Memory(int count, char** arguments) {
-    const double before = MemoryOf(arguments[2]);
-    if (count == 3) return Sample(arguments[0], arguments[1], before);
-    const int clients = atoi(arguments[3]);
-    std::vector<std::unique_ptr<Ours>> idle;
-    for (int i = 0; i < clients; ++i) {
-        idle.push_back(std::make_unique<Ours>());
-        idle.back()->Ask(kVersion);
-    }
-    Sample(arguments[0], arguments[1], (MemoryOf(arguments[2]) - before) * 1024 / clients);
+void MeasureMemory(char** arguments) {
+    Sample(arguments[0], arguments[1], MemoryOf(arguments[2]));
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::string mode = argc > 1 ? argv[1] : "";
-    char** const arguments = argv + 2;
-    const int count = argc - 2;
-    if (mode == "calls" && count >= 7) return Calls(arguments), 0;
-    if (mode == "repeat" && count == 2) return Repeat(arguments), 0;
-    if (mode == "start" && count == 3) return StartUp(arguments), 0;
-    if (mode == "first" && count == 3) return First(arguments), 0;
-    if (mode == "run" && count == 4) return Run(arguments), 0;
-    if (mode == "load" && count == 3) return Load(arguments), 0;
-    if (mode == "memory" && (count == 3 || count == 4)) return Memory(count, arguments), 0;
+    const struct {
+        const char* name;
+        int least_arguments;
+        void (*run)(char** arguments);
+    } modes[] = {{"calls", 7, MeasureCalls},  {"repeat", 3, Repeat},  {"start", 3, MeasureStart},
+                 {"first", 3, MeasureFirst},  {"run", 3, MeasureRun}, {"load", 3, MeasureLoad},
+                 {"memory", 3, MeasureMemory}};
+    for (const auto& mode : modes) {
+        if (argc < 2 + mode.least_arguments || std::strcmp(argv[1], mode.name) != 0) continue;
+        mode.run(argv + 2);
+        return 0;
+    }
     fputs("usage: see the top of bench/client.cpp\n", stderr);
     return 2;
 }

@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
-"""Makes the tables of the samples that bench/run collects: bench/table.py SAMPLES [DOCUMENT]
+"""Makes tables of the samples that bench/run collects: bench/table.py SAMPLES [DOCUMENT]
 
-Prints them, and replaces what stands between the two markers of DOCUMENT.
+Prints the tables and replaces the text between the two markers of DOCUMENT with them.
 """
 import re
 import statistics
 import sys
 
-# Measure, goal, and what is held against it: "ratio" of the minimums, as medians jump under
-# emulation, or ours as a "value". The first match counts.
+# Measure, goal, and what must not exceed it: the "ratio" of the minimums (medians vary under
+# emulation), or the largest "value" of ours. The first match counts.
 GOALS = [
     (r"host, (one|two) CPUs?, call version, µs", 1.15, "ratio"),
     (r"(nvme|ufs) call (info|health|power), µs", 1.10, "ratio"),
@@ -19,58 +19,35 @@ GOALS = [
     (r"disk_info --json health, ms", 1.50, "ratio"),
 ]
 
-# The fewest system calls that the behaviour allows, by hand. Around each: wait, receive, send.
-# realpath(3) asks for every component of the path and of the link's target: 7 for the data
-# partition, 10 for a UFS disk in sysfs. NVMe opens the disk anew for each question, as each opening
-# has its own failure. UFS finds its directory twice; by the 20th call the 3 records of each are
-# suppressed. A file is opened, read and closed; one that is missing is only asked for.
-LOOP = {"epoll_wait": 1, "ioctl": 1, "recvfrom": 1, "sendto": 1}
-ROOT = {"readlink": 7}
-
-
-def files(count, missing=0):
-    return {"openat": count + missing, "read": count, "close": count}
-
-
-FIND_UFS = {"newfstatat": 2, "readlink": 22}
-FILESYSTEM = [{"readlink": 1, "newfstatat": 1}, files(3)]
-FEWEST = {
-    "version": [],
-    "nvme info": [ROOT, {"openat": 2, "ioctl": 2, "close": 2}],
-    "nvme health": [ROOT, {"openat": 2, "ioctl": 3, "close": 2}],
-    "nvme power": [ROOT, {"openat": 1, "ioctl": 2, "close": 1}],
-    "ufs info": [ROOT, FIND_UFS, files(19), {"openat": 1, "ioctl": 1, "close": 1}],
-    "ufs health": [ROOT, FIND_UFS, files(5)],
-    "ufs power": [ROOT, FIND_UFS, files(19)],
-    "userdata": FILESYSTEM,
-    "metadata": FILESYSTEM,
-}
-
 
 def number(value):
     return f"{value:.2f}" if value < 10 else f"{value:.1f}" if value < 100 else f"{value:.0f}"
 
 
 def read(path):
+    """The samples by measure and side, the system calls by call and side, the units' exposure."""
     samples, calls, exposure = {}, {}, {}
     with open(path, encoding="utf-8") as lines:
         for line in lines:
             fields = line.rstrip("\n").split("\t")
             if len(fields) != 3:
                 print(line, end="")
-            elif fields[0] == "calls":
-                calls[fields[1]] = fields[2]
-            elif fields[0] == "exposure":
-                exposure[fields[1]] = fields[2]
-            # On the machine itself a call is so short that the tick says nothing about its CPU.
-            elif not re.match(r"warm-up|host.* CPU a call", fields[0]):
-                sides = samples.setdefault(fields[0], {"ours": [], "floor": []})
-                sides[fields[1]].append(float(fields[2]))
+                continue
+            measure, side, value = fields
+            if measure.startswith("calls "):
+                words = value.split()
+                counts = {name: int(count) for name, count in zip(words[::2], words[1::2])}
+                calls.setdefault(measure.removeprefix("calls "), {})[side] = counts
+            elif measure == "exposure":
+                exposure[side] = value
+            # A call on the machine itself is too short for the clock tick that CPU time is counted in.
+            elif not re.match(r"warm-up|host.* CPU a call", measure):
+                samples.setdefault(measure, {"ours": [], "floor": []})[side].append(float(value))
     return samples, calls, exposure
 
 
 def add_shares(samples):
-    """The user CPU of the device calls as a share of their kernel CPU."""
+    """Adds the user CPU of the device calls as a share of their kernel CPU."""
     for disk in ("nvme", "ufs"):
         if user := samples.get(f"{disk} user CPU a call, µs"):
             kernel = samples[f"{disk} kernel CPU a call, µs"]
@@ -95,21 +72,23 @@ def rows(samples):
         yield f"| {measure} | {' | '.join(cells)} |"
 
 
+def listed(counts, form="d"):
+    return " ".join(f"{name} {count:{form}}" for name, count in sorted(counts.items()) if count)
+
+
+def less(counts, others):
+    return {name: counts.get(name, 0) - others.get(name, 0) for name in counts | others}
+
+
 def call_rows(calls):
-    yield "| call | system calls beside the loop's epoll_wait, ioctl, recvfrom, sendto | more than the fewest |"
+    yield "| call | system calls, for all but version beside those of version | more than the floor's |"
     yield "|---|---|---|"
-    for name, text in calls.items():
-        words = text.split()
-        counts = dict(zip(words[::2], map(int, words[1::2])))
-        fewest = {}
-        kind = name if name in FEWEST else name.split()[1]
-        for part in [LOOP, *FEWEST[kind]]:
-            for call, count in part.items():
-                fewest[call] = fewest.get(call, 0) + count
-        more = {c: counts.get(c, 0) - fewest.get(c, 0) for c in counts | fewest}
-        beside = {c: n - LOOP.get(c, 0) for c, n in counts.items()}
-        own = " ".join(f"{c} {n}" for c, n in sorted(beside.items()) if n)
-        yield f"| {name} | {own} | {' '.join(f'{c} {n:+d}' for c, n in more.items() if n) or 'none'} |"
+    for name, sides in calls.items():
+        if not name.endswith(" version"):
+            loop = calls[name.split()[0] + " version"]
+            sides = {side: less(counts, loop[side]) for side, counts in sides.items()}
+        more = listed(less(sides["ours"], sides["floor"]), "+d")
+        yield f"| {name} | {listed(sides['ours'])} | {more or 'none'} |"
 
 
 def main():

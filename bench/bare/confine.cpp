@@ -1,4 +1,4 @@
-// The daemon's system call filter for the bare server.
+// Installs the daemon's system call filter in the floor.
 #include <service/confinement.h>
 
 extern "C" int Confine() {

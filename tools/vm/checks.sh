@@ -1,4 +1,5 @@
-# What scripts in either guest check with, and how they end.
+# Functions with which the scripts of both guests check. They set no upper limit below a minute: an
+# emulated machine may be ten times slower than usual.
 # shellcheck shell=dash disable=SC2034
 
 socket=/run/binder/com.quendar.tavisk.disk_info.IDiskInfoService/default
@@ -10,32 +11,49 @@ check() { # what got want
     echo "ok - $1"
   else
     failed=$((failed + 1))
-    echo "not ok - $1 (got $2, want $3)"
+    echo "not ok - $1 (got '$2', want '$3')"
   fi
 }
 
-# The closing line. Its status: whether something was checked and all of it passed.
+# Prints the result. Status: whether there were checks and all of them passed.
 sum_up() {
   echo "$passed passed, $failed failed"
   [ "$passed" -gt 0 ] && [ "$failed" -eq 0 ]
 }
 
-exit_of() { # What the command prints goes to /tmp/out.
+disk_info() {
+  command disk_info --timeout 60 "$@"
+}
+
+exit_of() { # Prints the exit status of a command, whose output goes to /tmp/out.
   "$@" >/tmp/out 2>&1
   echo $?
 }
 
-value() { # field command... : the field as JSON text, quotes and all
+value() { # Prints a field of the JSON output, as JSON: field disk_info-argument...
   field=$1
   shift
   disk_info --json "$@" 2>/dev/null | sed -n "s/^ *\"$field\": //p" | sed 's/,$//'
 }
 
-wait_until() { # Polls "$@" for up to a minute. Its status: whether it came true.
+# Reads lines of disk_info's arguments, a field and its expected JSON value: "fs userdata: errorCount 0".
+check_fields() {
+  while read -r line; do
+    arguments=${line%%:*} line=${line#*: }
+    # shellcheck disable=SC2086
+    check "$arguments: ${line%% *}" "$(value "${line%% *}" $arguments)" "${line#* }"
+  done
+}
+
+wait_until() { # Repeats a command until it succeeds, for at least three minutes. Status: whether it did.
   tries=0
   until "$@" >/dev/null 2>&1; do
     tries=$((tries + 1))
-    [ "$tries" -lt 300 ] || return 1
+    [ "$tries" -lt 900 ] || return 1
     sleep 0.2
   done
+}
+
+await() { # Waits for a command to succeed; it is a failed check if it does not.
+  wait_until "$@" || check "$*" 'not within the time limit' 'success'
 }

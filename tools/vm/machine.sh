@@ -1,17 +1,18 @@
-# The emulated machine, whatever guest runs in it: its data disk, QEMU, and the talk between guest
-# and host. For the scripts that boot a guest, which stand in the project's root directory.
+# The emulated machine of both guests: its data disk, QEMU, and the messages from guest to host. The
+# scripts that boot a guest source this file in the project's root directory.
 #
-# The guest's second serial port is its voice. A line beginning with @ is for the host, all others
-# go to standard output:
-#   @up             set-up is done, the script starts
-#   @monitor TEXT   hand TEXT to QEMU's monitor
-#   @exit STATUS    the script is done
-# shellcheck shell=bash
+# The guest writes to its second serial port. Lines that start with @ are messages to the host; all
+# other lines go to standard output:
+#   @up             set-up is complete, the script starts
+#   @monitor TEXT   send TEXT to QEMU's monitor
+#   @exit STATUS    the script ended
+# shellcheck shell=bash disable=SC2034  # Variables are for the scripts that source this file.
 
 nvme_serial='QM 0042 b'
-up_limit_s=180
-silence_limit_s=300
-whole_limit_s=1500
+# Ceilings against hanging, some ten times what a busy machine takes.
+set_up_limit_s=600
+silence_limit_s=600
+total_limit_s=3600
 
 die() {
   echo "${0##*/}: $*" >&2
@@ -24,7 +25,7 @@ arch=${DISK_INFO_ARCH:-$(dpkg --print-architecture)}
 case $arch in
   amd64) qemu=(qemu-system-x86_64) serial=ttyS crc32c=crc32c_intel ;;
   arm64) qemu=(qemu-system-aarch64 -machine virt) serial=ttyAMA crc32c=crc32c_generic ;;
-  *) die "unknown architecture '$arch'; there are amd64 and arm64" ;;
+  *) die "unknown architecture '$arch'; use amd64 or arm64" ;;
 esac
 vm_dir=build/vm/$arch
 preset=release
@@ -33,22 +34,20 @@ preset=release
 mkdir -p "$vm_dir"
 run_dir=$(mktemp -d "$PWD/$vm_dir/run.XXXXXX")
 machine_pid=''
-leave() {
+clean_up() {
   [[ -z $machine_pid ]] || kill "$machine_pid" 2>/dev/null || true
   rm -rf "$run_dir"
 }
-trap leave EXIT
+trap clean_up EXIT
 trap 'exit 130' HUP INT PIPE TERM
 
 kernel_dir=$vm_dir/${DISK_INFO_KERNEL:-kernel}
-kernel=("$kernel_dir"/boot/vmlinuz-*)
-[[ -f ${kernel[0]} ]] ||
+kernel=$(find -H "$kernel_dir/boot" -name 'vmlinuz-*' 2>/dev/null) ||
   die "no $kernel_dir; DISK_INFO_ARCH=$arch tools/packages vm oldkernel fetches it"
-version=${kernel[0]#*vmlinuz-}
+version=${kernel#*vmlinuz-}
 
-# Puts the kernel's modules $2 and on, and all that they need, into the directory $1, uncompressed.
-# Prints their names in the order of loading.
-unpack_modules() {
+# Unpacks kernel modules and their dependencies. Prints their names in the order of loading.
+unpack_modules() { # directory module...
   local to=$1 tree=$kernel_dir path name
   shift
   [[ -e $tree/lib/modules ]] || ln -s usr/lib "$tree/lib"
@@ -66,9 +65,9 @@ unpack_modules() {
   done
 }
 
-# Prints the path of the disk image for $1, nvme or ufs: a GPT with two ext4 partitions. Guests
-# run on a snapshot of it, so it is made once.
-make_disk() {
+# Prints the path of the disk image, which has a GPT with two ext4 partitions. Guests write to a
+# snapshot, so each image is made once.
+make_disk() { # nvme|ufs
   local image=build/vm/$1.img new=$run_dir/disk.img sector_size=512
   [[ $1 != ufs ]] || sector_size=4096
   if [[ ! $image -nt ${BASH_SOURCE[0]} ]]; then
@@ -84,12 +83,12 @@ make_disk() {
   echo "$image"
 }
 
-# Boots kernel $2 and initrd $3 with the disk $1, the rest being further QEMU arguments, and exits
-# with the status of the guest's script. The console is kept in build/vm/ARCHITECTURE/console-$1.log. With
-# DISK_INFO_ICOUNT, QEMU's argument of -icount, the guest's clock counts instructions, on one CPU.
-run_machine() {
-  local kind=$1 kernel=$2 initrd=$3 console=$PWD/$vm_dir/console-$1.log image
-  local line ended='' limit=$up_limit_s phase='before it was up'
+# Boots the kernel and exits with the status of the guest's script. The console's output is kept in
+# build/vm/ARCHITECTURE/console-GUEST-KIND.log. If DISK_INFO_ICOUNT, an argument of QEMU's -icount, is
+# set, the guest has one CPU and its clock counts instructions.
+run_machine() { # small|debian nvme|ufs initrd qemu-argument...
+  local kind=$2 initrd=$3 console=$PWD/$vm_dir/console-$1-$2.log image
+  local line ended='' limit=$set_up_limit_s phase='during set-up'
   shift 3
   image=$(make_disk "$kind")
   local disk=(-drive "file=$image,format=raw,if=none,id=data,snapshot=on")
@@ -101,21 +100,21 @@ run_machine() {
   [[ -z ${DISK_INFO_ICOUNT:-} ]] || vcpus=(-accel 'tcg,thread=single' -smp 1 -icount "$DISK_INFO_ICOUNT")
   mkfifo "$run_dir/monitor.in" "$run_dir/monitor.out"
   : >"$console"
-  exec {voice}< <(exec timeout -k 5 "$whole_limit_s" "${qemu[@]}" "${vcpus[@]}" \
+  exec {output}< <(exec timeout -k 5 "$total_limit_s" "${qemu[@]}" "${vcpus[@]}" \
     -cpu max -m 512 -nodefaults -nic none -display none -no-reboot \
     -kernel "$kernel" -initrd "$initrd" "${disk[@]}" "$@" \
     -chardev "pipe,id=monitor,path=$run_dir/monitor" -mon chardev=monitor,mode=readline \
     -serial "file:$console" -serial stdio </dev/null 2>"$run_dir/qemu.log")
   machine_pid=$!
-  while IFS= read -r -t "$limit" line <&"$voice" || ended=$?; [[ -z $ended ]]; do
+  while IFS= read -r -t "$limit" line <&"$output" || ended=$?; [[ -z $ended ]]; do
     case $line in
-      @up) limit=$silence_limit_s phase='while its script ran' ;;
+      @up) limit=$silence_limit_s phase='during its script' ;;
       '@monitor '*) echo "${line#@monitor }" 1<>"$run_dir/monitor.in" ;;
       '@exit '*) exit "${line#@exit }" ;;
       *) printf '%s\n' "$line" ;;
     esac
   done
-  [[ $ended -gt 128 ]] && ended="said nothing for $limit s" || ended='stopped'
+  [[ $ended -gt 128 ]] && ended="printed nothing for $limit s" || ended='stopped'
   {
     echo "${0##*/}: the $kind guest $ended $phase; the end of $console:"
     cat "$run_dir/qemu.log"

@@ -1,4 +1,4 @@
-# Starting and stopping the daemon in the small guest. Its log records go to the console.
+# Starts the daemon in the small guest. Its log records go to the console.
 # shellcheck shell=dash disable=SC1091,SC2034,SC2154
 . /checks.sh
 
