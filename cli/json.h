@@ -1,10 +1,11 @@
-// The model of the command: documents and their parts, keys in the order of their fields.
+// The JSON library and the one type that the command uses of it. Keys keep the order in which they
+// were added.
 #pragma once
 
 #include <nlohmann/json.hpp>
 
-namespace disk_info::client {
+namespace disk_info::cli {
 
 using Json = nlohmann::ordered_json;
 
-}  // namespace disk_info::client
+}  // namespace disk_info::cli

@@ -1,178 +1,208 @@
 #include "metrics.h"
 
 #include <charconv>
-#include <map>
+#include <functional>
 #include <optional>
 #include <vector>
 
-#include "assessment.h"
-#include "explanation.h"
+#include "fields.h"
+#include "format.h"
 
-namespace disk_info::client {
+namespace disk_info::cli {
 
 namespace {
 
-// In the order of the output. A unit is also the end of the name.
-constexpr struct {
-    const char* name;
-    const char* type;
-    const char* unit;
-    const char* help;
-} kFamilies[] = {
-    {"up", "gauge", "", "Whether the service answered the call."},
-    {"identity_info", "gauge", "", "The disk behind the data partition."},
-    {"size_bytes", "gauge", "bytes", "Size of the disk."},
-    {"verdict", "gauge", "", "1 for the verdict on the disk, 0 for the others."},
-    {"life_used_ratio", "gauge", "ratio",
-     "Share of the expected life used, may exceed 1; of a UFS disk the lower end of what it "
-     "tells."},
-    {"spare_ratio", "gauge", "ratio", "Share of the spare blocks that is left."},
-    {"spare_threshold_ratio", "gauge", "ratio", "Share below which the spare is critical."},
-    {"critical_warning", "gauge", "", "Critical warnings of an NVMe disk, 1 where raised."},
-    {"pre_end_of_life", "gauge", "",
-     "Reserved blocks of a UFS disk: 1 normal, 2 warning, 3 urgent."},
-    {"written_bytes", "counter", "bytes", "Data written to the disk by its host."},
-    {"media_errors", "counter", "", "Errors of an NVMe disk's media."},
-    {"error_log_entries", "counter", "", "Entries of an NVMe disk's error log, harmless ones too."},
-    {"io_errors", "counter", "", "Requests to a UFS disk that ended with an error."},
-    {"power_state", "gauge", "", "Power state of an NVMe disk, 0 takes the most."},
-    {"active", "gauge", "", "Whether the disk is in a state that does input and output."},
-    {"filesystem_errors", "counter", "", "Errors that ext4 has counted on the partition."},
+struct Sample {
+    std::string labels;  // "" or in braces
+    double value;
 };
+using Samples = std::vector<Sample>;
 
-// Where a value comes from: (reading + plus) * times / per.
-constexpr struct {
-    const char* call;
+std::string LabelText(const std::string& name, const std::string& value) {
+    return name + "=" + Quoted(value);
+}
+std::string OneLabel(const std::string& name, const std::string& value) {
+    return "{" + LabelText(name, value) + "}";
+}
+
+// Null if the call failed or returned no result.
+const Json* FieldsOf(const Document& document, Call call) {
+    const Result* const result = document.Find(call);
+    return result != nullptr ? result->answer.Fields() : nullptr;
+}
+
+Samples Up(const Document& document) {
+    Samples samples;
+    for (const Result& result : document.results) {
+        std::string name = NameOf(result.call);
+        if (result.call == Call::kFilesystem) name += "_" + result.partition;
+        samples.push_back({OneLabel("call", name), result.answer.Fields() != nullptr ? 1.0 : 0.0});
+    }
+    return samples;
+}
+
+Samples Identity(const Document& document) {
+    constexpr struct {
+        const char* field;
+        const char* label;
+    } kLabels[] = {
+        {"type", "type"},
+        {"vendor", "vendor"},
+        {"modelNumber", "model"},
+        {"serialNumber", "serial"},
+        {"firmwareRevision", "firmware"},
+        {"versionMajor", "version"},
+        {"specVersion", "version"},
+    };
+    const Json* const fields = FieldsOf(document, Call::kInfo);
+    if (fields == nullptr) return {};
+    std::string labels;
+    for (const auto& [field, label] : kLabels) {
+        if (!IsReported(*fields, field)) continue;
+        labels += (labels.empty() ? "{" : ",") + LabelText(label, Words(*fields, field));
+    }
+    if (labels.empty()) return {};
+    return {{labels + "}", 1}};
+}
+
+Samples Verdicts(const Document& document) {
+    Samples samples;
+    for (size_t i = 0; i < kVerdictNames.size(); ++i) {
+        const bool is_set =
+            document.assessment && document.assessment->verdict == static_cast<Verdict>(i);
+        samples.push_back({OneLabel("verdict", kVerdictNames[i]), is_set ? 1.0 : 0.0});
+    }
+    return samples;
+}
+
+Samples CriticalWarnings(const Document& document) {
+    const Json* const fields = FieldsOf(document, Call::kHealth);
+    const auto warnings = fields != nullptr ? Reading(*fields, "criticalWarning") : std::nullopt;
+    if (!warnings) return {};
+    Samples samples;
+    auto bits = static_cast<unsigned>(*warnings);
+    for (const CriticalWarning& warning : kCriticalWarnings) {
+        samples.push_back({OneLabel("warning", warning.key), (bits & 1) != 0 ? 1.0 : 0.0});
+        bits >>= 1;
+    }
+    return samples;
+}
+
+Samples FilesystemErrors(const Document& document) {
+    Samples samples;
+    for (const Result& result : document.results) {
+        const Json* const fields = result.answer.Fields();
+        if (result.call != Call::kFilesystem || fields == nullptr) continue;
+        const auto errors = Reading(*fields, "errorCount");
+        if (errors) samples.push_back({OneLabel("partition", result.partition), *errors});
+    }
+    return samples;
+}
+
+// One field as a sample: (reading + plus) * times / per.
+struct Source {
+    Call call;
     const char* field;
-    const char* family;
     const char* labels = "";
     double plus = 0;
     double times = 1;
     double per = 1;
-} kValues[] = {
-    {"info", "size", "size_bytes"},
-    {"health", "percentageUsed", "life_used_ratio", "", 0, 1, 100},
-    {"health", "deviceLifeTimeEstimationA", "life_used_ratio", R"({estimation="a"})", -1, 1, 10},
-    {"health", "deviceLifeTimeEstimationB", "life_used_ratio", R"({estimation="b"})", -1, 1, 10},
-    {"health", "availableSpare", "spare_ratio", "", 0, 1, 100},
-    {"health", "availableSpareThreshold", "spare_threshold_ratio", "", 0, 1, 100},
-    {"health", "preEndOfLifeInfo", "pre_end_of_life"},
-    {"health", "dataUnitsWritten", "written_bytes", "", 0, 512'000},
-    {"health", "numberOfMediaErrors", "media_errors"},
-    {"health", "numberOfErrorLogEntries", "error_log_entries"},
-    {"health", "totalNumberOfErrors", "io_errors"},
-    {"power", "currentPowerState", "power_state"},
-    {"power", "isOperational", "active"},
-    {"power", "isActive", "active"},
 };
 
-constexpr struct {
-    const char* field;
-    const char* label;
-} kIdentity[] = {
-    {"type", "type"},
-    {"vendor", "vendor"},
-    {"modelNumber", "model"},
-    {"serialNumber", "serial"},
-    {"firmwareRevision", "firmware"},
-    {"versionMajor", "version"},
-    {"specVersion", "version"},
-};
+using Collector = std::function<Samples(const Document& document)>;
 
-// One label of an already printable value, which holds no line feed.
-std::string labelText(const std::string& name, const std::string& value) {
-    std::string text = name + "=\"";
-    for (const char c : value) {
-        if (c == '"' || c == '\\') text += '\\';
-        text += c;
-    }
-    return text + '"';
-}
-
-// Samples by family. Numbers are doubles, as collectors keep them, written out without exponent.
-class Samples {
-  public:
-    void add(const std::string& family, const std::string& labels, double value) {
-        char text[400];
-        const auto end =
-            std::to_chars(text, text + sizeof text, value, std::chars_format::fixed).ptr;
-        samples_[family].push_back(labels + " " + std::string(text, end));
-    }
-
-    std::string text() const {
-        std::string all;
-        for (const auto& family : kFamilies) {
-            const auto found = samples_.find(family.name);
-            if (found == samples_.end()) continue;
-            const std::string name = std::string("disk_info_") + family.name;
-            const std::string suffix = family.type == std::string("counter") ? "_total" : "";
-            all += "# TYPE " + name + " " + family.type + "\n";
-            if (*family.unit != '\0') all += "# UNIT " + name + " " + family.unit + "\n";
-            all += "# HELP " + name + " " + family.help + "\n";
-            for (const std::string& sample : found->second) {
-                all.append(name).append(suffix).append(sample).append("\n");
-            }
+// A sample for each source that is reported.
+Collector From(const std::vector<Source>& sources) {
+    return [sources](const Document& document) {
+        Samples samples;
+        for (const Source& source : sources) {
+            const Json* const fields = FieldsOf(document, source.call);
+            const auto reading = fields != nullptr ? Reading(*fields, source.field) : std::nullopt;
+            if (!reading) continue;
+            samples.push_back(
+                {source.labels, (*reading + source.plus) * source.times / source.per});
         }
-        return all + "# EOF\n";
-    }
+        return samples;
+    };
+}
 
-  private:
-    std::map<std::string, std::vector<std::string>> samples_;
+enum class Type { kGauge, kCounter };
+using enum Type;
+using enum Call;
+
+struct Family {
+    const char* name;  // ends in the unit, if there is one
+    Type type;
+    const char* unit;
+    const char* help;
+    Collector collect;
 };
 
-std::string oneLabel(const std::string& name, const std::string& value) {
-    return "{" + labelText(name, value) + "}";
+// In output order.
+const Family kFamilies[] = {
+    {"up", kGauge, "", "1 if the service answered the call, otherwise 0.", Up},
+    {"identity_info", kGauge, "", "The disk that holds the data partition.", Identity},
+    {"size_bytes", kGauge, "bytes", "Size of the disk.", From({{kInfo, "size"}})},
+    {"verdict", kGauge, "", "1 for the verdict on the disk, 0 for the others.", Verdicts},
+    {"life_used_ratio", kGauge, "ratio",
+     "Share of the expected life that is used, can exceed 1; of a UFS disk the lower end of the "
+     "reported range.",
+     From({{kHealth, "percentageUsed", "", 0, 1, 100},
+           {kHealth, "deviceLifeTimeEstimationA", R"({estimation="a"})", -1, 1, 10},
+           {kHealth, "deviceLifeTimeEstimationB", R"({estimation="b"})", -1, 1, 10}})},
+    {"spare_ratio", kGauge, "ratio", "Share of the spare blocks that is left.",
+     From({{kHealth, "availableSpare", "", 0, 1, 100}})},
+    {"spare_threshold_ratio", kGauge, "ratio", "Share below which the spare is critical.",
+     From({{kHealth, "availableSpareThreshold", "", 0, 1, 100}})},
+    {"critical_warning", kGauge, "", "Critical warnings of an NVMe disk, 1 if raised.",
+     CriticalWarnings},
+    {"pre_end_of_life", kGauge, "", "Reserved blocks of a UFS disk: 1 normal, 2 warning, 3 urgent.",
+     From({{kHealth, "preEndOfLifeInfo"}})},
+    {"written_bytes", kCounter, "bytes", "Data written to the disk by its host.",
+     From({{kHealth, "dataUnitsWritten", "", 0, 512'000}})},
+    {"media_errors", kCounter, "", "Media errors of an NVMe disk.",
+     From({{kHealth, "numberOfMediaErrors"}})},
+    {"error_log_entries", kCounter, "",
+     "Entries in the error log of an NVMe disk, including rejected commands.",
+     From({{kHealth, "numberOfErrorLogEntries"}})},
+    {"io_errors", kCounter, "", "Requests to a UFS disk that ended with an error.",
+     From({{kHealth, "totalNumberOfErrors"}})},
+    {"power_state", kGauge, "", "Power state of an NVMe disk; 0 uses the most power.",
+     From({{kPower, "currentPowerState"}})},
+    {"active", kGauge, "", "1 if the disk is in a state that handles input and output.",
+     From({{kPower, "isOperational"}, {kPower, "isActive"}})},
+    {"filesystem_errors", kCounter, "", "Errors that ext4 counted on the partition.",
+     FilesystemErrors},
+};
+
+// A double, as collectors store it, without an exponent.
+std::string ValueText(double value) {
+    char text[400];
+    const auto end = std::to_chars(text, text + sizeof(text), value, std::chars_format::fixed).ptr;
+    return {text, end};
 }
 
-bool isAnswered(const Json& answer) {
-    return fieldsOf(answer) != nullptr;
-}
-
-void addIdentity(const Json& fields, Samples* samples) {
-    std::string labels;
-    for (const auto& one : kIdentity) {
-        if (!reported(fields, one.field)) continue;
-        labels += (labels.empty() ? "{" : ",") + labelText(one.label, words(fields, one.field));
+// "" for a family without samples.
+std::string FamilyText(const Family& family, const Samples& samples) {
+    if (samples.empty()) return "";
+    const std::string name = std::string("disk_info_") + family.name;
+    const bool is_counter = family.type == kCounter;
+    std::string text = "# TYPE " + name + (is_counter ? " counter\n" : " gauge\n");
+    if (*family.unit != '\0') text += "# UNIT " + name + " " + family.unit + "\n";
+    text += "# HELP " + name + " " + family.help + "\n";
+    for (const Sample& sample : samples) {
+        text += name + (is_counter ? "_total" : "") + sample.labels + " " +
+                ValueText(sample.value) + "\n";
     }
-    if (!labels.empty()) samples->add("identity_info", labels + "}", 1);
-}
-
-void addHealth(const Json& health, Samples* samples) {
-    const Verdict verdict = assess(health).verdict;
-    for (size_t i = 0; i < kVerdictNames.size(); ++i) {
-        samples->add("verdict", oneLabel("verdict", kVerdictNames[i]),
-                     static_cast<size_t>(verdict) == i ? 1 : 0);
-    }
-    const auto warnings =
-        isAnswered(health) ? reading(*fieldsOf(health), "criticalWarning") : std::nullopt;
-    for (size_t bit = 0; warnings && bit < kCriticalWarnings.size(); ++bit) {
-        samples->add("critical_warning", oneLabel("warning", kCriticalWarnings[bit].key),
-                     static_cast<unsigned>(*warnings) >> bit & 1);
-    }
+    return text;
 }
 
 }  // namespace
 
-std::string metricsText(const Json& document) {
-    Samples samples;
-    for (const char* call : {"info", "health", "power"}) {
-        samples.add("up", oneLabel("call", call), isAnswered(document[call]) ? 1 : 0);
-    }
-    for (const auto& [partition, answer] : document["filesystems"].items()) {
-        const Json* const fields = fieldsOf(answer);
-        samples.add("up", oneLabel("call", "fs_" + partition), fields != nullptr ? 1 : 0);
-        const auto errors = fields != nullptr ? reading(*fields, "errorCount") : std::nullopt;
-        if (errors) samples.add("filesystem_errors", oneLabel("partition", partition), *errors);
-    }
-    if (isAnswered(document["info"])) addIdentity(*fieldsOf(document["info"]), &samples);
-    addHealth(document["health"], &samples);
-    for (const auto& value : kValues) {
-        const Json* const fields = fieldsOf(document[value.call]);
-        const auto number = fields != nullptr ? reading(*fields, value.field) : std::nullopt;
-        if (!number) continue;
-        samples.add(value.family, value.labels, (*number + value.plus) * value.times / value.per);
-    }
-    return samples.text();
+std::string MetricsText(const Document& document) {
+    std::string text;
+    for (const Family& family : kFamilies) text += FamilyText(family, family.collect(document));
+    return text + "# EOF\n";
 }
 
-}  // namespace disk_info::client
+}  // namespace disk_info::cli

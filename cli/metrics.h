@@ -1,14 +1,14 @@
-// The document for collectors: OpenMetrics text in base units. What the disk does not report has
-// no sample. Types are those that readers of the older Prometheus text format know as well.
+// A document for collectors: OpenMetrics text in base units. A value that the disk does not report
+// has no sample. Only types that the older Prometheus text format has too are used.
 #pragma once
 
 #include <string>
 
-#include "json.h"
+#include "document.h"
 
-namespace disk_info::client {
+namespace disk_info::cli {
 
-// `document` is that of the metrics command: all calls, answered or failed.
-std::string metricsText(const Json& document);
+// `document`: that of Command::kMetrics.
+std::string MetricsText(const Document& document);
 
-}  // namespace disk_info::client
+}  // namespace disk_info::cli

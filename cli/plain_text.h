@@ -1,17 +1,14 @@
-// The document for people: aligned "Name: words" lines, a headed section a call where it holds
-// more than one, the verdict at the end of the health.
+// A document for people: aligned "Label: words" lines, a headed section for each call if there is
+// more than one, and the verdict at the end of the health section.
 #pragma once
 
 #include <string>
 
-#include "json.h"
+#include "document.h"
 
-namespace disk_info::client {
+namespace disk_info::cli {
 
-// Decorated: wear and spare as bars, these and the verdict in colour.
-std::string plainText(const Json& document, bool decorated);
+// Decorated: wear and spare have bars, and the bars and the verdict have colour.
+std::string PlainText(const Document& document, bool decorated);
 
-// Whether standard output is a terminal whose user does not refuse colour (NO_COLOR).
-bool wantsDecoration();
-
-}  // namespace disk_info::client
+}  // namespace disk_info::cli

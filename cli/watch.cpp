@@ -3,59 +3,46 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
 #include <ctime>
-#include <string_view>
 
-namespace disk_info::client {
+#include "output.h"
+
+namespace disk_info::cli {
 
 namespace {
 
-constexpr std::string_view kHideCursor = "\x1b[?25l";
-constexpr std::string_view kShowCursor = "\x1b[?25h\n";
-constexpr std::string_view kHome = "\x1b[H";
-constexpr std::string_view kClearLine = "\x1b[K\n";
-constexpr std::string_view kClearRest = "\x1b[J";
+bool cursor_is_hidden = false;
 
-bool on_terminal = false;
-
-// Everything is written already but for this, and nothing else wants tidying up.
-void leave(int /*signal*/) {
-    if (on_terminal) (void)!write(STDOUT_FILENO, kShowCursor.data(), kShowCursor.size());
+// Async-signal-safe: output is flushed; only the cursor must be restored.
+void Exit(int /*signal*/) {
+    if (cursor_is_hidden) (void)!write(STDOUT_FILENO, kShowCursor.data(), kShowCursor.size());
     _exit(0);
 }
 
-bool print(std::string_view text) {
-    return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() &&
-           std::fflush(stdout) == 0;
-}
-
-// Written over the frame before it, line by line, which flickers less than clearing first.
-std::string inPlace(const std::string& frame) {
-    std::string text(kHome);
+// Overwrites the previous frame line by line; clearing the screen first would flicker.
+std::string InPlace(const std::string& frame) {
+    std::string text(kCursorHome);
     for (const char c : frame) {
-        if (c == '\n') {
-            text += kClearLine;
-        } else {
-            text += c;
-        }
+        if (c == '\n') text += kClearToLineEnd;
+        text += c;
     }
-    return text.append(kClearRest);
+    return text.append(kClearToScreenEnd);
 }
 
 }  // namespace
 
-void watch(unsigned seconds, const std::function<std::string()>& frame) {
-    on_terminal = isatty(STDOUT_FILENO) != 0;
+void Watch(unsigned seconds, const std::function<std::string()>& frame) {
+    const bool on_terminal = OutputIsTerminal();
+    cursor_is_hidden = on_terminal;
     struct sigaction action = {};
-    action.sa_handler = leave;
+    action.sa_handler = Exit;
     for (const int signal : {SIGINT, SIGTERM}) (void)sigaction(signal, &action, nullptr);
-    if (on_terminal && !print(std::string(kHideCursor) + "\x1b[2J")) return;
-    while (print(on_terminal ? inPlace(frame()) : frame() + "\n")) {
+    if (on_terminal && !WriteOutput(std::string(kHideCursor).append(kClearScreen))) return;
+    while (WriteOutput(on_terminal ? InPlace(frame()) : frame() + "\n")) {
         const timespec pause{static_cast<time_t>(seconds), 0};
         (void)nanosleep(&pause, nullptr);
     }
-    if (on_terminal) (void)print(kShowCursor);
+    if (on_terminal) (void)WriteOutput(kShowCursor);
 }
 
-}  // namespace disk_info::client
+}  // namespace disk_info::cli

@@ -1,15 +1,15 @@
-// Asking again and again, the answer redrawn in place on a terminal.
+// Repeated output, redrawn in place on a terminal.
 #pragma once
 
 #include <functional>
 #include <string>
 
-namespace disk_info::client {
+namespace disk_info::cli {
 
-// Draws what `frame` returns every `seconds` until SIGINT or SIGTERM ends the process with status
-// 0, also in the middle of a call that does not return. The cursor is hidden meanwhile and comes
-// back then. Where standard output is no terminal, frames follow each other with an empty line
-// between. Returns only when the output cannot be written.
-void watch(unsigned seconds, const std::function<std::string()>& frame);
+// Prints the text that `frame` returns, every `seconds`; returns only if the output cannot be
+// written. SIGINT and SIGTERM end the process with status 0 at any time, also while `frame` blocks.
+// On a terminal the cursor is hidden, and shown again at the end. Elsewhere an empty line separates
+// the frames.
+void Watch(unsigned seconds, const std::function<std::string()>& frame);
 
-}  // namespace disk_info::client
+}  // namespace disk_info::cli

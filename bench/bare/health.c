@@ -37,7 +37,7 @@ int main(void) {
         "      \"dataUnitsWritten\": %llu,\n      \"numberOfMediaErrors\": %llu,\n"
         "      \"numberOfErrorLogEntries\": %llu,\n      \"discardReadValue\": \"%s\"\n    }\n  },\n"
         "  \"assessment\": {\n    \"verdict\": \"ok\",\n    \"reasons\": [\n"
-        "      \"nothing that the disk reports is at a limit\"\n    ]\n  }\n}\n",
+        "      \"all reported values are within limits\"\n    ]\n  }\n}\n",
         int_at(32), int_at(36), int_at(40), int_at(44), long_at(48), long_at(56), long_at(64),
         reply + 76);
     return 0;

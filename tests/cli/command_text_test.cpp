@@ -1,162 +1,148 @@
-// What the command makes of answers: words, the verdict, bars and metrics.
-#include <cli/assessment.h>
-#include <cli/explanation.h>
+// Documents as text: words, verdict, plain text and metrics.
+#include <cli/fields.h>
 #include <cli/metrics.h>
 #include <cli/plain_text.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 
-namespace disk_info::client {
+namespace disk_info::cli {
 namespace {
 
-TEST(CommandTextTest, FieldsReadInWords) {
+// `answers`: fields by call, "fs" and the partition for a filesystem. A number is the code of a
+// service error; a call without an entry returned no result.
+Document DocumentOf(Command command, const char* answers) {
+    const Json json = Json::parse(answers);
+    return MakeDocument({command, ""}, [&](Call call, const std::string& partition) {
+        Answer answer;
+        answer.fields = json.value(NameOf(call) + partition, Json());
+        if (answer.fields.is_number()) answer.error = {ErrorKind::kService, answer.fields};
+        return answer;
+    });
+}
+
+TEST(CommandTextTest, FieldsHaveWordsAndAVerdict) {
+    using enum Verdict;
     const struct {
-        const char* fields;  // the first one is meant
-        const char* want;
+        const char* fields;  // the words of the first one are compared
+        const char* words;
+        Verdict verdict = kUnknown;
     } cases[] = {
-        {R"({"deviceLifeTimeEstimationA": "0x00"})", "not reported"},
-        {R"({"deviceLifeTimeEstimationA": "0x01"})", "0 % to 10 % used"},
-        {R"({"deviceLifeTimeEstimationB": "0x0b"})", "beyond its expected life"},
-        {R"({"preEndOfLifeInfo": "0x00"})", "not reported"},
-        {R"({"preEndOfLifeInfo": "0x02"})", "warning, 80 % of the reserved blocks are used"},
-        {R"({"criticalWarning": -1})", "not reported"},
-        {R"({"criticalWarning": 72})", "the media is read-only; bit 6"},
-        {R"({"availableSpare": 0, "availableSpareThreshold": 0, "criticalWarning": 2})",
-         "not reported"},
-        {R"({"availableSpare": 0, "availableSpareThreshold": 0, "criticalWarning": 1})", "0 %"},
-        {R"({"percentageUsed": 101})", "101 %, beyond its expected life"},
-        {R"({"dataUnitsWritten": 0})", "not reported"},
-        {R"({"dataUnitsWritten": 1999})", "1.0 GB"},
-        {R"({"dataUnitsWritten": 18446744073709551615})", "9444733.0 EB"},
-        {R"({"size": 256060514304})", "256.1 GB (238.5 GiB)"},
-        {R"({"specVersion": 545})", "2.2.1"},
-        {R"({"versionMajor": 1, "versionMinor": 4, "versionTertiary": 2})", "1.4.2"},
+        {R"({"size": 0})", "not reported"},
+        {R"({"size": 1000})", "1.0 kB (1000.0 B)"},
+        {R"({"size": 1099511627776})", "1.1 TB (1.0 TiB)"},
+        {R"({"specVersion": 4641})", "12.2.1"},
         {R"({"versionMajor": 0, "versionMinor": 0, "versionTertiary": 0})", "not reported"},
         {R"({"ffuSupport": false, "type": "NVMe"})", "no"},
         {R"({"ffuSupport": false, "type": "UFS", "extendedFeatureSupport": ""})", "not reported"},
         {R"({"provisioningType": 3, "type": "UFS"})", "thin, discarded blocks read as zeros"},
+        {R"({"provisioningType": 3, "type": ""})", "not reported"},
         {R"({"writeBoosterEnabled": false, "writeBoosterSupport": 0})", "-"},
+        {R"({"writeBoosterEnabled": false, "writeBoosterSupport": 1})", "no"},
         {R"({"writeBoosterFraction": 0.125})", "12.5 % of the disk"},
-        {R"({"discardReadValue": "1"})", "all bytes 0xFF"},
-        {R"({"currentPowerState": -1})", "not reported"},
-        {R"({"lastErrorCode": 4, "errorCount": 1})", "bad checksum"},
         {R"({"modelNumber": "QEMU   "})", "QEMU"},
+        {R"({"dataUnitsWritten": 0})", "not reported"},
+        {R"({"dataUnitsWritten": 18446744073709551615})", "9444733.0 EB"},
+        {R"({"discardReadValue": "undefined"})", "not reported"},
+        {R"({"currentPowerState": -1})", "not reported"},
+        {R"({"isActive": false, "linkState": ""})", "not reported"},
+        {R"({"lastErrorCode": 4, "errorCount": 1})", "bad checksum"},
+        {R"({"lastErrorCode": 4, "errorCount": 0})", "-"},
+        {R"({"preEndOfLifeInfo": "0x00"})", "not reported"},
+        {R"({"preEndOfLifeInfo": "0x02"})", "warning, 80 % of the reserved blocks are used",
+         kWatch},
+        {R"({"preEndOfLifeInfo": "0x03"})", "urgent", kFailing},
+        {R"({"preEndOfLifeInfo": "0x04"})", "not reported"},
+        {R"({"deviceLifeTimeEstimationA": "0x09"})", "80 % to 90 % used", kOk},
+        {R"({"deviceLifeTimeEstimationA": "0x0A"})", "90 % to 100 % used", kWatch},
+        {R"({"deviceLifeTimeEstimationA": "0x0c"})", "not reported"},
+        {R"({"deviceLifeTimeEstimationB": "9"})", "80 % to 90 % used", kOk},
+        {R"({"deviceLifeTimeEstimationB": "10"})", "90 % to 100 % used", kWatch},
+        {R"({"percentageUsed": 89})", "89 %", kOk},
+        {R"({"percentageUsed": 90})", "90 %", kWatch},
+        {R"({"percentageUsed": 100})", "100 %", kWatch},
+        {R"({"percentageUsed": 101})", "101 %, beyond the expected life", kWatch},
+        {R"({"numberOfMediaErrors": 0})", "0", kOk},
+        {R"({"numberOfMediaErrors": 1})", "1", kWatch},
+        {R"({"availableSpare": 100, "availableSpareThreshold": 100})", "100 %", kOk},
+        {R"({"availableSpare": 10, "availableSpareThreshold": 10})", "10 %", kWatch},
+        {R"({"availableSpare": 0, "availableSpareThreshold": 1})", "0 %", kFailing},
+        {R"({"availableSpare": 0, "criticalWarning": 2})", "not reported", kWatch},
+        {R"({"availableSpare": 0, "criticalWarning": 1})", "0 %", kFailing},
+        {R"({"criticalWarning": 1})", "the available spare is below its threshold", kFailing},
+        {R"({"criticalWarning": 2})", "the temperature is beyond a threshold", kWatch},
+        {R"({"criticalWarning": 4})", kCriticalWarnings[2].words, kFailing},
+        {R"({"criticalWarning": 8})", "the media is read-only", kFailing},
+        {R"({"criticalWarning": 16})", "the backup of the volatile memory failed", kFailing},
+        {R"({"criticalWarning": 32})", kCriticalWarnings[5].words, kWatch},
+        {R"({"criticalWarning": 128})", "bit 7", kWatch},
+        {R"({"criticalWarning": 256})", "not reported"},
+        {R"({"criticalWarning": -1})", "not reported"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.fields);
         const Json fields = Json::parse(c.fields);
-        EXPECT_EQ(words(fields, fields.begin().key()), c.want);
+        EXPECT_EQ(Words(fields, fields.begin().key()), c.words);
+        EXPECT_EQ(NameOf(Assess(&fields).verdict), NameOf(c.verdict));
     }
 }
 
-TEST(CommandTextTest, EachLimitTellsItsVerdict) {
-    const struct {
-        const char* health;
-        Verdict verdict;
-        const char* reason;  // part of the first one
-    } cases[] = {
-        {R"({"error": {"kind": "service", "code": -1}})", Verdict::kUnknown, "could not be read"},
-        {R"({"ufs": {"preEndOfLifeInfo": "0x00", "deviceLifeTimeEstimationA": ""}})",
-         Verdict::kUnknown, "nothing to judge"},
-        {R"({"ufs": {"preEndOfLifeInfo": "0x02"}})", Verdict::kWatch, "Reserved blocks: warning"},
-        {R"({"ufs": {"preEndOfLifeInfo": "0x03"}})", Verdict::kFailing, "Reserved blocks: urgent"},
-        {R"({"ufs": {"deviceLifeTimeEstimationA": "0x09"}})", Verdict::kOk, "nothing"},
-        {R"({"ufs": {"deviceLifeTimeEstimationA": "0x0A"}})", Verdict::kWatch, "90 % to 100 %"},
-        {R"({"ufs": {"deviceLifeTimeEstimationB": "0x09"}})", Verdict::kOk, "nothing"},
-        {R"({"ufs": {"deviceLifeTimeEstimationB": "0x0B"}})", Verdict::kWatch, "estimation B: bey"},
-        {R"({"nvme": {"percentageUsed": 89}})", Verdict::kOk, "nothing"},
-        {R"({"nvme": {"percentageUsed": 90}})", Verdict::kWatch, "Expected life used: 90 %"},
-        {R"({"nvme": {"percentageUsed": 255}})", Verdict::kWatch, "255 %, beyond"},
-        {R"({"nvme": {"numberOfMediaErrors": 1}})", Verdict::kWatch, "Media errors: 1"},
-        {R"({"nvme": {"availableSpare": 11, "availableSpareThreshold": 10}})", Verdict::kOk, ""},
-        {R"({"nvme": {"availableSpare": 10, "availableSpareThreshold": 10}})", Verdict::kWatch,
-         "Available spare: 10 %, down to its threshold of 10 %"},
-        {R"({"nvme": {"availableSpare": 9, "availableSpareThreshold": 10}})", Verdict::kFailing,
-         "Available spare: 9 %, below its threshold of 10 %"},
-        {R"({"nvme": {"availableSpare": 0, "availableSpareThreshold": 0, "criticalWarning": 0}})",
-         Verdict::kOk, "nothing"},
-        {R"({"nvme": {"criticalWarning": 1}})", Verdict::kFailing, "spare is below"},
-        {R"({"nvme": {"criticalWarning": 2}})", Verdict::kWatch, "temperature"},
-        {R"({"nvme": {"criticalWarning": 4}})", Verdict::kFailing, "reliability"},
-        {R"({"nvme": {"criticalWarning": 8}})", Verdict::kFailing, "media is read-only"},
-        {R"({"nvme": {"criticalWarning": 16}})", Verdict::kFailing, "volatile memory"},
-        {R"({"nvme": {"criticalWarning": 32}})", Verdict::kWatch, "memory region"},
-        {R"({"nvme": {"criticalWarning": 64}})", Verdict::kWatch, "bit 6"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.health);
-        const Assessment got = assess(Json::parse(c.health));
-        EXPECT_EQ(got.verdict, c.verdict);
-        EXPECT_NE(got.reasons.at(0).find(c.reason), std::string::npos) << got.reasons.at(0);
-    }
+TEST(CommandTextTest, PlainTextHasSectionsBarsAndReasons) {
+    const Document document = DocumentOf(Command::kStatus, R"({
+        "health": {"availableSpare": 5, "availableSpareThreshold": 5, "percentageUsed": 0,
+                   "deviceLifeTimeEstimationA": "0x05", "deviceLifeTimeEstimationB": "0x0b",
+                   "criticalWarning": 72},
+        "power": -1, "fsmetadata": {"sysfsPath": "/\u001b"}})");
+    EXPECT_EQ(
+        PlainText(document, true),
+        "Info\n  Result:                    none\n\nHealth\n"
+        "  Available spare:           [\x1b[33m#\x1b[0m...................] 5 %\n"
+        "  Available spare threshold: 5 %\n"
+        "  Expected life used:        [....................] 0 %\n"
+        "  Life time estimation A:    [\x1b[32m##########\x1b[0m..........] 40 % to 50 % used\n"
+        "  Life time estimation B:    [\x1b[33m####################\x1b[0m] "
+        "beyond the expected life\n"
+        "  Critical warning:          the media is read-only; bit 6\n"
+        "  Verdict:                   \x1b[31mfailing\x1b[0m: Critical warning: "
+        "the media is read-only; Critical warning: the media is read-only; bit 6; "
+        "Available spare: 5 %, at its threshold of 5 %; "
+        "Life time estimation B: beyond the expected life\n\n"
+        "Power\n  Not available:             service error -1\n\n"
+        "Filesystem userdata\n  Result:                    none\n\n"
+        "Filesystem metadata\n  Sysfs path:                /\\u001b\n");
+    const Document health = DocumentOf(
+        Command::kHealth, R"({"health": {"availableSpare": 1, "availableSpareThreshold": 2}})");
+    EXPECT_EQ(
+        PlainText(health, false),
+        "Available spare:           1 %\nAvailable spare threshold: 2 %\n"
+        "Verdict:                   failing: Available spare: 1 %, below its threshold of 2 %\n");
+    EXPECT_EQ(PlainText(DocumentOf(Command::kHealth, "{}"), true),
+              "Result:  none\nVerdict: unknown: the health data could not be read\n");
 }
 
-TEST(CommandTextTest, BarsAreFilledAndColouredByTheirOwnFindings) {
-    const Json document = Json::parse(R"({"health": {"nvme": {"availableSpare": 5,
-        "availableSpareThreshold": 10, "percentageUsed": 130, "criticalWarning": 0}}})");
-    EXPECT_EQ(plainText(document, true),
-              "Available spare:           [\x1b[31m#\x1b[0m...................] 5 %\n"
-              "Available spare threshold: 10 %\n"
-              "Expected life used:        [\x1b[33m####################\x1b[0m] 130 %, beyond its "
-              "expected life\n"
-              "Critical warning:          none\n"
-              "Verdict:                   \x1b[31mfailing\x1b[0m: Available spare: 5 %, below its "
-              "threshold of 10 %; Expected life used: 130 %, beyond its expected life\n");
-    EXPECT_EQ(plainText(Json::parse(R"({"power": null})"), true), "Result: none\n");
-}
-
-// The samples alone, of fields of all kinds; the lines about the families are a parser's to judge.
-TEST(CommandTextTest, MetricsSayWhatIsReportedInBaseUnits) {
-    const Json document = Json::parse(R"({
-        "info": {"nvme": {"type": "NVMe", "vendor": "a\"b\\c\nd", "modelNumber": "",
-                          "serialNumber": "s", "firmwareRevision": "f", "versionMajor": 1,
-                          "versionMinor": 4, "versionTertiary": 2, "size": 5}},
-        "health": {"nvme": {"availableSpare": 5, "availableSpareThreshold": 10,
-                            "percentageUsed": 130, "criticalWarning": 42, "dataUnitsWritten": 2,
-                            "numberOfMediaErrors": 7, "numberOfErrorLogEntries": 8,
-                            "preEndOfLifeInfo": "0x02", "deviceLifeTimeEstimationA": "0x04",
-                            "deviceLifeTimeEstimationB": "0x00",
-                            "totalNumberOfErrors": 18446744073709551615}},
-        "power": {"nvme": {"currentPowerState": 3, "isOperational": true}},
-        "filesystems": {"userdata": null, "metadata": {"errorCount": 4}}})");
-    std::istringstream lines(metricsText(document));
-    std::string samples;
-    for (std::string line; std::getline(lines, line);) {
-        if (!line.starts_with('#')) samples += line.substr(sizeof "disk_info_" - 1) + '\n';
-    }
-    EXPECT_EQ(samples, R"(up{call="info"} 1
-up{call="health"} 1
-up{call="power"} 1
-up{call="fs_userdata"} 0
-up{call="fs_metadata"} 1
-identity_info{type="NVMe",vendor="a\\\"b\\\\c\\nd",serial="s",firmware="f",version="1.4.2"} 1
-size_bytes 5
-verdict{verdict="unknown"} 0
-verdict{verdict="ok"} 0
-verdict{verdict="watch"} 0
-verdict{verdict="failing"} 1
-life_used_ratio 1.3
-life_used_ratio{estimation="a"} 0.3
-spare_ratio 0.05
-spare_threshold_ratio 0.1
-critical_warning{warning="spare"} 0
-critical_warning{warning="temperature"} 1
-critical_warning{warning="reliability"} 0
-critical_warning{warning="read_only"} 1
-critical_warning{warning="memory_backup"} 0
-critical_warning{warning="persistent_memory"} 1
-pre_end_of_life 2
-written_bytes_total 1024000
-media_errors_total 7
-error_log_entries_total 8
-io_errors_total 18446744073709551616
-power_state 3
-active 1
-filesystem_errors_total{partition="metadata"} 4
-)");
+TEST(CommandTextTest, MetricsHaveReportedValuesInBaseUnits) {
+    const Document document = DocumentOf(Command::kMetrics, R"({
+        "info": {"type": "NVMe", "vendor": "a\"b\\c\nd", "modelNumber": "", "serialNumber": "s",
+                 "firmwareRevision": "f", "versionMajor": 1, "versionMinor": 4,
+                 "versionTertiary": 2, "size": 5},
+        "health": {"availableSpare": 5, "availableSpareThreshold": 10, "percentageUsed": 130,
+                   "criticalWarning": 42, "dataUnitsWritten": 2, "numberOfMediaErrors": 7,
+                   "numberOfErrorLogEntries": 8, "preEndOfLifeInfo": "0x02",
+                   "deviceLifeTimeEstimationA": "0x04", "deviceLifeTimeEstimationB": "0x01",
+                   "totalNumberOfErrors": 18446744073709551615},
+        "power": {"currentPowerState": 3, "isOperational": true},
+        "fsmetadata": {"errorCount": 4}})");
+    std::ostringstream expected;
+    expected << std::ifstream(std::filesystem::path(OUTPUT_CHECKER).replace_filename("metrics.txt"))
+                    .rdbuf();
+    // The file has no help texts.
+    const std::regex help("(# HELP \\w+) .+\n");
+    EXPECT_EQ(std::regex_replace(MetricsText(document), help, "$1\n"), expected.str());
 }
 
 }  // namespace
-}  // namespace disk_info::client
+}  // namespace disk_info::cli

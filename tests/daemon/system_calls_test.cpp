@@ -6,7 +6,7 @@
 // connection, as the call that failed allows; the next client sees the answer, and nothing leaks.
 //
 // On files here; in an emulated device, where DISK_INFO_DEVICE is set, on its disk.
-#include <cli/query.h>
+#include <cli/connection.h>
 #include <daemon.h>
 #include <unistd.h>
 
@@ -21,10 +21,13 @@
 #include <vector>
 
 using namespace morsk::com::quendar::tavisk::disk_info;
-using disk_info::client::Json;
-using disk_info::client::Question;
+using disk_info::cli::Json;
 
 namespace {
+
+struct Question {
+    std::string command, partition;
+};
 
 const bool in_device = getenv("DISK_INFO_DEVICE") != nullptr;
 
@@ -38,12 +41,12 @@ constexpr char kSystemCalls[] = "openat,read,ioctl,readlink,newfstatat,recvfrom,
 
 // What one call answers; {"broken": true} when the connection broke.
 Json Ask(const Question& question) {
-    std::vector<std::string> warnings;
     try {
-        Json answer = disk_info::client::ask(question, &warnings);
+        const auto command = disk_info::cli::CommandNamed(question.command).value();
+        Json answer = ToJson(disk_info::cli::Query({command, question.partition}));
         answer.erase("assessment");
         return answer;
-    } catch (const disk_info::client::NoService&) {
+    } catch (const disk_info::cli::ConnectionError&) {
         return {{"broken", true}};
     }
 }

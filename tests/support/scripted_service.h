@@ -1,4 +1,4 @@
-// A service that answers what the test sets.
+// A service that returns what the test sets.
 #pragma once
 
 #include <morsk/BnDiskInfoService.h>
@@ -28,10 +28,10 @@ class ScriptedService : public morsk::com::quendar::tavisk::disk_info::BnDiskInf
     std::optional<Filesystem> filesystem;
     binder_exception_t exception = EX_NONE;
     int calls = 0;
-    std::string partition;  // the last one
+    std::string partition;  // of the last call
 
   private:
-    // A service-specific error is -1.
+    // The code of a service-specific error is -1.
     template <typename Result>
     Status Give(const std::optional<Result>& set, std::optional<Result>* result) {
         ++calls;

@@ -1,0 +1,157 @@
+#include "document.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "format.h"
+
+namespace disk_info::cli {
+
+namespace {
+
+// Many JSON readers store numbers as double, which is exact up to this value.
+constexpr uint64_t kLargestExact = uint64_t{1} << 53;
+
+constexpr const char* kPartitions[] = {"userdata", "metadata"};
+
+struct ErrorText {
+    const char* kind;
+    const char* advice;
+};
+
+ErrorText TextFor(ErrorKind kind) {
+    switch (kind) {
+        case ErrorKind::kConnection:
+            return {"connection", ""};
+        case ErrorKind::kService:
+            return {"service", "the data cannot be read, or the type of disk is not supported"};
+        case ErrorKind::kException:
+            return {"exception", "the supported partitions are userdata and metadata"};
+        case ErrorKind::kReply:
+            break;
+    }
+    return {"reply", "the reply could not be decoded; update the package disk-info"};
+}
+
+// The calls of the request, not answered yet.
+std::vector<Result> CallsOf(const Request& request) {
+    switch (request.command) {
+        case Command::kInfo:
+            return {{Call::kInfo, "", {}}};
+        case Command::kHealth:
+            return {{Call::kHealth, "", {}}};
+        case Command::kPower:
+            return {{Call::kPower, "", {}}};
+        case Command::kFilesystem:
+            return {{Call::kFilesystem, request.partition, {}}};
+        case Command::kStatus:
+        case Command::kMetrics:
+            break;
+    }
+    std::vector<Result> all{{Call::kInfo, "", {}}, {Call::kHealth, "", {}}, {Call::kPower, "", {}}};
+    for (const char* partition : kPartitions) all.push_back({Call::kFilesystem, partition, {}});
+    return all;
+}
+
+// Adds the exact text of a large number under its key with "_s" appended.
+Json WithExactTexts(const Json& fields) {
+    Json all = Json::object();
+    for (const auto& [name, value] : fields.items()) {
+        all[name] = value;
+        if (value.is_number_unsigned() && value.get<uint64_t>() > kLargestExact) {
+            all[name + "_s"] = value.dump();
+        }
+    }
+    return all;
+}
+
+Json ToJson(const Answer& answer) {
+    if (answer.error) {
+        return {
+            {"error", {{"kind", TextFor(answer.error->kind).kind}, {"code", answer.error->code}}}};
+    }
+    const Json* const fields = answer.Fields();
+    if (fields == nullptr) return nullptr;
+    switch (answer.arm) {
+        case Arm::kNvme:
+            return {{"nvme", WithExactTexts(*fields)}};
+        case Arm::kUfs:
+            return {{"ufs", WithExactTexts(*fields)}};
+        case Arm::kNone:
+            break;
+    }
+    return WithExactTexts(*fields);
+}
+
+Json ToJson(const Assessment& assessment) {
+    Json reasons = Json::array();
+    for (const Finding& finding : assessment.findings) reasons.push_back(finding.reason);
+    return {{"verdict", NameOf(assessment.verdict)}, {"reasons", std::move(reasons)}};
+}
+
+}  // namespace
+
+std::optional<Command> CommandNamed(std::string_view name) {
+    const auto* const found = std::ranges::find(kCommandNames, name);
+    if (found == kCommandNames.end()) return std::nullopt;
+    return static_cast<Command>(found - kCommandNames.begin());
+}
+
+const char* NameOf(Call call) {
+    static constexpr std::array<const char*, 4> kNames{"info", "health", "power", "fs"};
+    return kNames[static_cast<size_t>(call)];
+}
+
+std::string Describe(const CallError& error) {
+    return std::string(TextFor(error.kind).kind) + " error " + std::to_string(error.code);
+}
+
+const Result* Document::Find(Call call) const {
+    const auto found = std::ranges::find(results, call, &Result::call);
+    return found != results.end() ? &*found : nullptr;
+}
+
+Document MakeDocument(const Request& request, const Answerer& answer) {
+    Document document;
+    document.results = CallsOf(request);
+    for (Result& result : document.results) result.answer = answer(result.call, result.partition);
+    if (const Result* const health = document.Find(Call::kHealth)) {
+        document.assessment = Assess(health->answer.Fields());
+    }
+    return document;
+}
+
+Document UnansweredDocument(const Request& request) {
+    return MakeDocument(request, [](Call /*call*/, const std::string& /*partition*/) {
+        Answer answer;
+        answer.error = {ErrorKind::kConnection, 0};
+        return answer;
+    });
+}
+
+std::vector<std::string> FailureLines(const Document& document) {
+    std::vector<std::string> lines;
+    for (const Result& result : document.results) {
+        const std::optional<CallError>& error = result.answer.error;
+        if (!error || error->kind == ErrorKind::kConnection) continue;
+        std::string line = NameOf(result.call);
+        if (result.call == Call::kFilesystem) line += " " + Printable(result.partition);
+        lines.push_back(line + ": " + Describe(*error) + "; " + TextFor(error->kind).advice);
+    }
+    return lines;
+}
+
+Json ToJson(const Document& document) {
+    Json json{{"schemaVersion", 1}};
+    for (const Result& result : document.results) {
+        if (result.call == Call::kFilesystem) {
+            json["filesystems"][result.partition] = ToJson(result.answer);
+        } else {
+            json[NameOf(result.call)] = ToJson(result.answer);
+        }
+    }
+    if (document.assessment) json["assessment"] = ToJson(*document.assessment);
+    return json;
+}
+
+}  // namespace disk_info::cli

@@ -1,0 +1,249 @@
+#include "fields.h"
+
+#include <algorithm>
+#include <cctype>
+#include <iterator>
+
+#include "format.h"
+
+namespace disk_info::cli {
+
+namespace {
+
+// 0 for a field that is missing or not a number.
+double NumberAt(const Json& fields, const char* name) {
+    return fields.contains(name) ? NumberOf(fields[name]).value_or(0) : 0;
+}
+
+bool IsEmptyText(const Json& fields, const char* name) {
+    return fields.value(name, "-").empty();
+}
+
+// Whether the disk reports a field. Often another field decides: drives that do not implement a
+// feature return 0 for all of its fields.
+using Condition = bool (*)(const Json& fields, const Json& value);
+
+// The type is empty if the identity could not be read.
+bool HasIdentity(const Json& fields, const Json& /*value*/) {
+    return !IsEmptyText(fields, "type");
+}
+bool IsPositive(const Json& /*fields*/, const Json& value) {
+    return NumberOf(value).value_or(0) > 0;
+}
+bool IsByte(const Json& /*fields*/, const Json& value) {
+    const double bits = NumberOf(value).value_or(-1);
+    return bits >= 0 && bits <= 0xFF;
+}
+bool HasVersion(const Json& fields, const Json& /*value*/) {
+    return NumberAt(fields, "versionMajor") > 0;  // VER is 0 before NVMe 1.2
+}
+// Drives that do not track spare report 0 for both and leave the warning bit clear.
+bool HasSpare(const Json& fields, const Json& /*value*/) {
+    return NumberAt(fields, "availableSpare") > 0 ||
+           NumberAt(fields, "availableSpareThreshold") > 0 ||
+           (static_cast<int>(NumberAt(fields, "criticalWarning")) & 1) != 0;
+}
+bool HasPowerState(const Json& fields, const Json& /*value*/) {
+    return NumberAt(fields, "currentPowerState") >= 0;
+}
+bool HasLinkState(const Json& fields, const Json& /*value*/) {
+    return !IsEmptyText(fields, "linkState");
+}
+// UFS features are bits of this attribute. NVMe answers do not have the field.
+bool HasFeatures(const Json& fields, const Json& value) {
+    return HasIdentity(fields, value) && !IsEmptyText(fields, "extendedFeatureSupport");
+}
+bool HasWriteBooster(const Json& fields, const Json& value) {
+    return NumberAt(fields, "writeBoosterSupport") > 0 || NumberOf(value).value_or(0) > 0;
+}
+// Bytes of the UFS Health Descriptor: 0 is undefined, values above kLast are reserved.
+template <int kLast>
+bool HasLevel(const Json& /*fields*/, const Json& value) {
+    const double level = NumberOf(value).value_or(0);
+    return level >= 1 && level <= kLast;
+}
+bool HasFilesystemError(const Json& fields, const Json& /*value*/) {
+    return NumberAt(fields, "errorCount") > 0;
+}
+bool IsDefined(const Json& /*fields*/, const Json& value) {
+    return value != "undefined";
+}
+
+// The words for a reported value.
+using Formatter = std::string (*)(const Json& fields, const Json& value);
+
+std::string Percent(const Json& /*fields*/, const Json& value) {
+    return value.dump() + " %";
+}
+std::string LifeUsed(const Json& fields, const Json& value) {
+    return Percent(fields, value) + (value > 100 ? ", beyond the expected life" : "");
+}
+std::string ShareOfDisk(const Json& /*fields*/, const Json& value) {
+    return Format("%.3g %% of the disk", value.get<double>() * 100);
+}
+std::string Size(const Json& /*fields*/, const Json& value) {
+    const auto bytes = value.get<double>();
+    return DecimalSize(bytes) + " (" + BinarySize(bytes) + ")";
+}
+// A data unit is 1000 blocks of 512 bytes.
+std::string DataUnits(const Json& /*fields*/, const Json& value) {
+    return DecimalSize(value.get<double>() * 512'000);
+}
+std::string NvmeVersion(const Json& fields, const Json& value) {
+    return value.dump() + Format(".%.0f.%.0f", NumberAt(fields, "versionMinor"),
+                                 NumberAt(fields, "versionTertiary"));
+}
+// 0xJJMS in decimal digits: 0x0310 is 3.1.
+std::string UfsVersion(const Json& /*fields*/, const Json& value) {
+    const auto digits = value.get<unsigned>();
+    const std::string suffix = (digits & 0xF) != 0 ? Format(".%u", digits & 0xF) : "";
+    return Format("%u.%u", (digits >> 12) * 10 + (digits >> 8 & 0xF), digits >> 4 & 0xF) + suffix;
+}
+// Levels 1 to 10 are steps of 10 %, level 11 is above 100 %.
+std::string LifeTimeLevel(const Json& /*fields*/, const Json& value) {
+    const double level = NumberOf(value).value_or(0);
+    if (level > 10) return "beyond the expected life";
+    return Format("%.0f %% to %.0f %% used", level * 10 - 10, level * 10);
+}
+std::string RaisedWarnings(const Json& /*fields*/, const Json& value) {
+    const auto bits = value.get<unsigned>();
+    std::string raised;
+    for (size_t bit = 0; bit < 8; ++bit) {
+        if ((bits >> bit & 1) == 0) continue;
+        if (!raised.empty()) raised += "; ";
+        raised += bit < kCriticalWarnings.size() ? std::string(kCriticalWarnings[bit].words)
+                                                 : "bit " + std::to_string(bit);
+    }
+    return raised.empty() ? "none" : raised;
+}
+
+// Values with a name. Sources: JEDEC UFS, Health, Unit and Geometry Descriptors; for the error
+// codes Linux, fs/ext4/ext4.h, EXT4_ERR_*.
+const struct {
+    const char* field;
+    const char* value;
+    const char* words;
+} kNamedValues[] = {
+    {"preEndOfLifeInfo", "1", "normal"},
+    {"preEndOfLifeInfo", "2", "warning, 80 % of the reserved blocks are used"},
+    {"preEndOfLifeInfo", "3", "urgent"},
+    {"provisioningType", "0", "no thin provisioning reported"},
+    {"provisioningType", "2", "thin, discarded blocks read as any value"},
+    {"provisioningType", "3", "thin, discarded blocks read as zeros"},
+    {"writeBoosterBufferType", "0", "dedicated to a logical unit"},
+    {"writeBoosterBufferType", "1", "shared by all logical units"},
+    {"writeBoosterBufferType", "2", "dedicated or shared"},
+    {"writeBoosterSupport", "0", "no"},
+    {"writeBoosterSupport", "1", "yes"},
+    {"discardReadValue", "0", "all bytes 0x00"},
+    {"discardReadValue", "1", "all bytes 0xFF"},
+    {"discardReadValue", "any", "any value"},
+    {"lastErrorCode", "1", "unknown"},
+    {"lastErrorCode", "2", "I/O error"},
+    {"lastErrorCode", "3", "out of memory"},
+    {"lastErrorCode", "4", "bad checksum"},
+    {"lastErrorCode", "5", "corrupted"},
+    {"lastErrorCode", "6", "no space"},
+};
+
+// Fields that need more than their value printed. The label is derived from the name if it is null,
+// and the field is hidden if it is "". `missing` is printed for a field that is not reported: "-"
+// for one that does not apply.
+const struct Rule {
+    const char* field;
+    const char* label;
+    Condition is_reported;
+    Formatter words;
+    const char* missing = "not reported";
+} kRules[] = {
+    {"versionMajor", "NVMe version", HasVersion, NvmeVersion},
+    {"versionMinor", "", HasVersion, nullptr},
+    {"versionTertiary", "", HasVersion, nullptr},
+    {"ffuSupport", "Firmware update in the field", HasFeatures, nullptr},
+    {"size", nullptr, IsPositive, Size},
+    {"availableSpare", nullptr, HasSpare, Percent},
+    {"availableSpareThreshold", nullptr, HasSpare, Percent},
+    {"percentageUsed", "Expected life used", nullptr, LifeUsed},
+    {"criticalWarning", nullptr, IsByte, RaisedWarnings},
+    {"dataUnitsWritten", "Data written", IsPositive, DataUnits},  // NVMe: 0 is "not reported"
+    {"numberOfMediaErrors", "Media errors", nullptr, nullptr},
+    {"numberOfErrorLogEntries", "Error log entries", nullptr, nullptr},
+    {"discardReadValue", "Discarded blocks read as", IsDefined, nullptr},
+    {"currentPowerState", nullptr, HasPowerState, nullptr},
+    {"isOperational", "Operational", HasPowerState, nullptr},
+    {"specVersion", "UFS version", IsPositive, UfsVersion},
+    {"provisioningType", "Provisioning", HasIdentity, nullptr},
+    {"writeBoosterSupport", "Write Booster", HasFeatures, nullptr},
+    {"writeBoosterEnabled", "Write Booster enabled", HasWriteBooster, nullptr, "-"},
+    {"writeBoosterBufferPreserveUserSpaceEn", "Write Booster preserves user space", HasWriteBooster,
+     nullptr, "-"},
+    {"writeBoosterBufferType", "Write Booster buffer", HasWriteBooster, nullptr, "-"},
+    {"writeBoosterFraction", "Write Booster size", IsPositive, ShareOfDisk, "-"},
+    {"writeBoosterCurrentAllocUnits", "Write Booster units", IsPositive, nullptr, "-"},
+    {"writeBoosterMaxAllocUnits", "Write Booster units, maximum", IsPositive, nullptr, "-"},
+    {"ufsFeatures", "UFS features", nullptr, nullptr},
+    {"extendedFeatureSupport", "UFS extended features", nullptr, nullptr},
+    {"preEndOfLifeInfo", "Reserved blocks", HasLevel<3>, nullptr},
+    {"deviceLifeTimeEstimationA", "Life time estimation A", HasLevel<11>, LifeTimeLevel},
+    {"deviceLifeTimeEstimationB", "Life time estimation B", HasLevel<11>, LifeTimeLevel},
+    {"totalNumberOfErrors", "I/O errors", nullptr, nullptr},
+    {"isActive", "Active", HasLinkState, nullptr},
+    {"lastErrorFunction", nullptr, HasFilesystemError, nullptr, "-"},
+    {"lastErrorCode", "Last error", HasFilesystemError, nullptr, "-"},
+};
+
+const Rule& RuleFor(const std::string& name) {
+    static constexpr Rule kDefault{"", nullptr, nullptr, nullptr};
+    const auto* const rule = std::find_if(std::begin(kRules), std::end(kRules),
+                                          [&](const Rule& one) { return one.field == name; });
+    return rule != std::end(kRules) ? *rule : kDefault;
+}
+
+// "" for a value without a name.
+std::string NamedValue(const std::string& field, const Json& value) {
+    const std::optional<double> number = NumberOf(value);
+    const std::string text = number              ? Format("%.0f", *number)
+                             : value.is_string() ? value.get<std::string>()
+                                                 : "";
+    for (const auto& named : kNamedValues) {
+        if (named.field == field && named.value == text) return named.words;
+    }
+    return "";
+}
+
+}  // namespace
+
+bool IsReported(const Json& fields, const std::string& name) {
+    if (!fields.contains(name)) return false;
+    const Json& value = fields[name];
+    if (value.is_string() && Printable(value.get<std::string>()).empty()) return false;
+    const Rule& rule = RuleFor(name);
+    return rule.is_reported == nullptr || rule.is_reported(fields, value);
+}
+
+std::optional<double> Reading(const Json& fields, const std::string& name) {
+    return IsReported(fields, name) ? NumberOf(fields[name]) : std::nullopt;
+}
+
+std::string Label(const std::string& name) {
+    if (const Rule& rule = RuleFor(name); rule.label != nullptr) return rule.label;
+    std::string text;  // "linkState" is "Link state".
+    for (const char c : name) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (std::isupper(byte) != 0) text += ' ';
+        text += static_cast<char>(text.empty() ? std::toupper(byte) : std::tolower(byte));
+    }
+    return text;
+}
+
+std::string Words(const Json& fields, const std::string& name) {
+    const Rule& rule = RuleFor(name);
+    if (!IsReported(fields, name)) return rule.missing;
+    const Json& value = fields[name];
+    if (rule.words != nullptr) return rule.words(fields, value);
+    if (std::string named = NamedValue(name, value); !named.empty()) return named;
+    if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
+    return value.is_string() ? Printable(value.get<std::string>()) : value.dump();
+}
+
+}  // namespace disk_info::cli

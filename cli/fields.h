@@ -1,0 +1,42 @@
+// The fields of one answer, for people: label, whether the disk reports the field, and its value in
+// words or as a number. One table, keyed by the field's name, holds the rules. `fields` is always
+// the object of one answer: an NVMe or UFS arm, or a filesystem. Texts from disks are untrusted;
+// every text that is returned is safe on a terminal.
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string>
+
+#include "json.h"
+
+namespace disk_info::cli {
+
+// The bits of an NVMe disk's critical warning, from bit 0: a key for programs and words for people.
+// Source: NVM Express Base, SMART / Health Information log.
+struct CriticalWarning {
+    const char* key;
+    const char* words;
+};
+inline constexpr std::array<CriticalWarning, 6> kCriticalWarnings{{
+    {"spare", "the available spare is below its threshold"},
+    {"temperature", "the temperature is beyond a threshold"},
+    {"reliability", "reliability is degraded by media or internal errors"},
+    {"read_only", "the media is read-only"},
+    {"memory_backup", "the backup of the volatile memory failed"},
+    {"persistent_memory", "the persistent memory region is read-only or unreliable"},
+}};
+
+// False for a missing field, an empty text, and values that mean "not reported".
+bool IsReported(const Json& fields, const std::string& name);
+
+// The field as a number. Empty: it is not reported or not a number.
+std::optional<double> Reading(const Json& fields, const std::string& name);
+
+// "" for a field that is shown as part of another one.
+std::string Label(const std::string& name);
+
+// The value in words; "not reported" or "-" if the disk does not report it.
+std::string Words(const Json& fields, const std::string& name);
+
+}  // namespace disk_info::cli

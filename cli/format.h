@@ -1,0 +1,33 @@
+// Numbers, units and text: conversions that do not depend on a field. Every returned text is safe
+// on a terminal if the arguments are.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "json.h"
+
+namespace disk_info::cli {
+
+// printf into a string, cut at 63 bytes.
+[[gnu::format(printf, 1, 2)]] std::string Format(const char* pattern, ...);
+
+// A number, a bool as 0 or 1, or a text that holds one unsigned number of up to 32 bits: decimal,
+// or hexadecimal after 0x or 0X. Empty: anything else.
+//
+// The storage library parses the same form. The command does not link that library and needs no
+// skipped white space: the service trims its texts.
+std::optional<double> NumberOf(const Json& value);
+
+// In the largest unit that leaves a value of at least 1, with one decimal: "256.1 GB".
+std::string DecimalSize(double bytes);
+std::string BinarySize(double bytes);  // "238.5 GiB"
+
+// `text` made safe for a terminal: trailing blanks are removed, bytes that are not UTF-8 replaced,
+// and quotes, backslashes and everything outside printable ASCII escaped as in JSON.
+std::string Printable(std::string text);
+
+// `text` in double quotes, with a backslash before each quote and backslash.
+std::string Quoted(const std::string& text);
+
+}  // namespace disk_info::cli

@@ -1,0 +1,29 @@
+// The command line. The option library is used only in options.cpp.
+#pragma once
+
+#include <optional>
+
+#include "document.h"
+
+namespace disk_info::cli {
+
+enum ExitStatus {
+    kAllAnswered = 0,
+    kOutputFailed = 1,
+    kWrongUsage = 2,
+    kServiceError = 3,
+    kNotAnswered = 4
+};
+
+struct Options {
+    Request request;
+    bool as_json = false;
+    unsigned timeout_seconds = 10;
+    unsigned watch_seconds = 0;  // 0: print once
+};
+
+// Empty: the process must exit with *exit_status, and the help, the version or a message is
+// printed.
+std::optional<Options> ParseOptions(int argc, char** argv, int* exit_status);
+
+}  // namespace disk_info::cli

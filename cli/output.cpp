@@ -1,0 +1,31 @@
+#include "output.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+
+namespace disk_info::cli {
+
+std::string Coloured(Colour colour, const std::string& text) {
+    static constexpr std::array<const char*, 4> kSequences{"", "\x1b[31m", "\x1b[32m", "\x1b[33m"};
+    if (colour == Colour::kDefault || text.empty()) return text;
+    return kSequences[static_cast<size_t>(colour)] + text + "\x1b[0m";
+}
+
+bool OutputIsTerminal() {
+    return isatty(STDOUT_FILENO) != 0;
+}
+
+bool OutputHasColour() {
+    const char* const no_color = std::getenv("NO_COLOR");
+    return OutputIsTerminal() && (no_color == nullptr || *no_color == '\0');
+}
+
+bool WriteOutput(std::string_view text) {
+    return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() &&
+           std::fflush(stdout) == 0;
+}
+
+}  // namespace disk_info::cli

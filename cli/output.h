@@ -1,0 +1,29 @@
+// Standard output: writing to it, and the escape sequences for a terminal.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace disk_info::cli {
+
+inline constexpr std::string_view kHideCursor = "\x1b[?25l";
+inline constexpr std::string_view kShowCursor = "\x1b[?25h\n";  // the prompt starts a new line
+inline constexpr std::string_view kCursorHome = "\x1b[H";
+inline constexpr std::string_view kClearScreen = "\x1b[2J";
+inline constexpr std::string_view kClearToLineEnd = "\x1b[K";
+inline constexpr std::string_view kClearToScreenEnd = "\x1b[J";
+
+enum class Colour { kDefault, kRed, kGreen, kYellow };
+
+// Unchanged for kDefault and for an empty text.
+std::string Coloured(Colour colour, const std::string& text);
+
+bool OutputIsTerminal();
+
+// On a terminal, unless the user disabled colour (NO_COLOR).
+bool OutputHasColour();
+
+// Writes and flushes; false if that failed.
+[[nodiscard]] bool WriteOutput(std::string_view text);
+
+}  // namespace disk_info::cli
