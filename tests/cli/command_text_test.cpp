@@ -25,65 +25,65 @@ Document DocumentOf(Command command, const char* answers) {
     });
 }
 
+using enum Verdict;
+const struct {
+    const char* fields;  // the words of the first one are compared
+    const char* words;
+    Verdict verdict = kUnknown;
+} kFieldCases[] = {
+    {R"({"size": 0})", "not reported"},
+    {R"({"size": 1000})", "1.0 kB (1000.0 B)"},
+    {R"({"size": 1099511627776})", "1.1 TB (1.0 TiB)"},
+    {R"({"specVersion": 4641})", "12.2.1"},
+    {R"({"versionMajor": 0, "versionMinor": 0, "versionTertiary": 0})", "not reported"},
+    {R"({"ffuSupport": false, "type": "NVMe"})", "no"},
+    {R"({"ffuSupport": false, "type": "UFS", "extendedFeatureSupport": ""})", "not reported"},
+    {R"({"provisioningType": 3, "type": "UFS"})", "thin, discarded blocks read as zeros"},
+    {R"({"provisioningType": 3, "type": ""})", "not reported"},
+    {R"({"writeBoosterEnabled": false, "writeBoosterSupport": 0})", "-"},
+    {R"({"writeBoosterEnabled": false, "writeBoosterSupport": 1})", "no"},
+    {R"({"writeBoosterFraction": 0.125})", "12.5 % of the disk"},
+    {R"({"modelNumber": "QEMU   "})", "QEMU"},
+    {R"({"dataUnitsWritten": 0})", "not reported"},
+    {R"({"dataUnitsWritten": 18446744073709551615})", "9444733.0 EB"},
+    {R"({"discardReadValue": "undefined"})", "not reported"},
+    {R"({"currentPowerState": -1})", "not reported"},
+    {R"({"isActive": false, "linkState": ""})", "not reported"},
+    {R"({"lastErrorCode": 4, "errorCount": 1})", "bad checksum"},
+    {R"({"lastErrorCode": 4, "errorCount": 0})", "-"},
+    {R"({"preEndOfLifeInfo": "0x00"})", "not reported"},
+    {R"({"preEndOfLifeInfo": "0x02"})", "warning, 80 % of the reserved blocks are used", kWatch},
+    {R"({"preEndOfLifeInfo": "0x03"})", "urgent", kFailing},
+    {R"({"preEndOfLifeInfo": "0x04"})", "not reported"},
+    {R"({"deviceLifeTimeEstimationA": "0x09"})", "80 % to 90 % used", kOk},
+    {R"({"deviceLifeTimeEstimationA": "0x0A"})", "90 % to 100 % used", kWatch},
+    {R"({"deviceLifeTimeEstimationA": "0x0c"})", "not reported"},
+    {R"({"deviceLifeTimeEstimationB": "9"})", "80 % to 90 % used", kOk},
+    {R"({"deviceLifeTimeEstimationB": "10"})", "90 % to 100 % used", kWatch},
+    {R"({"percentageUsed": 89})", "89 %", kOk},
+    {R"({"percentageUsed": 90})", "90 %", kWatch},
+    {R"({"percentageUsed": 100})", "100 %", kWatch},
+    {R"({"percentageUsed": 101})", "101 %, beyond the expected life", kWatch},
+    {R"({"numberOfMediaErrors": 0})", "0", kOk},
+    {R"({"numberOfMediaErrors": 1})", "1", kWatch},
+    {R"({"availableSpare": 100, "availableSpareThreshold": 100})", "100 %", kOk},
+    {R"({"availableSpare": 10, "availableSpareThreshold": 10})", "10 %", kWatch},
+    {R"({"availableSpare": 0, "availableSpareThreshold": 1})", "0 %", kFailing},
+    {R"({"availableSpare": 0, "criticalWarning": 2})", "not reported", kWatch},
+    {R"({"availableSpare": 0, "criticalWarning": 1})", "0 %", kFailing},
+    {R"({"criticalWarning": 1})", "the available spare is below its threshold", kFailing},
+    {R"({"criticalWarning": 2})", "the temperature is beyond a threshold", kWatch},
+    {R"({"criticalWarning": 4})", kCriticalWarnings[2].words, kFailing},
+    {R"({"criticalWarning": 8})", "the media is read-only", kFailing},
+    {R"({"criticalWarning": 16})", "the backup of the volatile memory failed", kFailing},
+    {R"({"criticalWarning": 32})", kCriticalWarnings[5].words, kWatch},
+    {R"({"criticalWarning": 128})", "bit 7", kWatch},
+    {R"({"criticalWarning": 256})", "not reported"},
+    {R"({"criticalWarning": -1})", "not reported"},
+};
+
 TEST(CommandTextTest, FieldsHaveWordsAndAVerdict) {
-    using enum Verdict;
-    const struct {
-        const char* fields;  // the words of the first one are compared
-        const char* words;
-        Verdict verdict = kUnknown;
-    } cases[] = {
-        {R"({"size": 0})", "not reported"},
-        {R"({"size": 1000})", "1.0 kB (1000.0 B)"},
-        {R"({"size": 1099511627776})", "1.1 TB (1.0 TiB)"},
-        {R"({"specVersion": 4641})", "12.2.1"},
-        {R"({"versionMajor": 0, "versionMinor": 0, "versionTertiary": 0})", "not reported"},
-        {R"({"ffuSupport": false, "type": "NVMe"})", "no"},
-        {R"({"ffuSupport": false, "type": "UFS", "extendedFeatureSupport": ""})", "not reported"},
-        {R"({"provisioningType": 3, "type": "UFS"})", "thin, discarded blocks read as zeros"},
-        {R"({"provisioningType": 3, "type": ""})", "not reported"},
-        {R"({"writeBoosterEnabled": false, "writeBoosterSupport": 0})", "-"},
-        {R"({"writeBoosterEnabled": false, "writeBoosterSupport": 1})", "no"},
-        {R"({"writeBoosterFraction": 0.125})", "12.5 % of the disk"},
-        {R"({"modelNumber": "QEMU   "})", "QEMU"},
-        {R"({"dataUnitsWritten": 0})", "not reported"},
-        {R"({"dataUnitsWritten": 18446744073709551615})", "9444733.0 EB"},
-        {R"({"discardReadValue": "undefined"})", "not reported"},
-        {R"({"currentPowerState": -1})", "not reported"},
-        {R"({"isActive": false, "linkState": ""})", "not reported"},
-        {R"({"lastErrorCode": 4, "errorCount": 1})", "bad checksum"},
-        {R"({"lastErrorCode": 4, "errorCount": 0})", "-"},
-        {R"({"preEndOfLifeInfo": "0x00"})", "not reported"},
-        {R"({"preEndOfLifeInfo": "0x02"})", "warning, 80 % of the reserved blocks are used",
-         kWatch},
-        {R"({"preEndOfLifeInfo": "0x03"})", "urgent", kFailing},
-        {R"({"preEndOfLifeInfo": "0x04"})", "not reported"},
-        {R"({"deviceLifeTimeEstimationA": "0x09"})", "80 % to 90 % used", kOk},
-        {R"({"deviceLifeTimeEstimationA": "0x0A"})", "90 % to 100 % used", kWatch},
-        {R"({"deviceLifeTimeEstimationA": "0x0c"})", "not reported"},
-        {R"({"deviceLifeTimeEstimationB": "9"})", "80 % to 90 % used", kOk},
-        {R"({"deviceLifeTimeEstimationB": "10"})", "90 % to 100 % used", kWatch},
-        {R"({"percentageUsed": 89})", "89 %", kOk},
-        {R"({"percentageUsed": 90})", "90 %", kWatch},
-        {R"({"percentageUsed": 100})", "100 %", kWatch},
-        {R"({"percentageUsed": 101})", "101 %, beyond the expected life", kWatch},
-        {R"({"numberOfMediaErrors": 0})", "0", kOk},
-        {R"({"numberOfMediaErrors": 1})", "1", kWatch},
-        {R"({"availableSpare": 100, "availableSpareThreshold": 100})", "100 %", kOk},
-        {R"({"availableSpare": 10, "availableSpareThreshold": 10})", "10 %", kWatch},
-        {R"({"availableSpare": 0, "availableSpareThreshold": 1})", "0 %", kFailing},
-        {R"({"availableSpare": 0, "criticalWarning": 2})", "not reported", kWatch},
-        {R"({"availableSpare": 0, "criticalWarning": 1})", "0 %", kFailing},
-        {R"({"criticalWarning": 1})", "the available spare is below its threshold", kFailing},
-        {R"({"criticalWarning": 2})", "the temperature is beyond a threshold", kWatch},
-        {R"({"criticalWarning": 4})", kCriticalWarnings[2].words, kFailing},
-        {R"({"criticalWarning": 8})", "the media is read-only", kFailing},
-        {R"({"criticalWarning": 16})", "the backup of the volatile memory failed", kFailing},
-        {R"({"criticalWarning": 32})", kCriticalWarnings[5].words, kWatch},
-        {R"({"criticalWarning": 128})", "bit 7", kWatch},
-        {R"({"criticalWarning": 256})", "not reported"},
-        {R"({"criticalWarning": -1})", "not reported"},
-    };
-    for (const auto& c : cases) {
+    for (const auto& c : kFieldCases) {
         SCOPED_TRACE(c.fields);
         const Json fields = Json::parse(c.fields);
         EXPECT_EQ(Words(fields, fields.begin().key()), c.words);
