@@ -1,10 +1,6 @@
 #include <disk_info/disk_info.h>
 #include <storage_test.h>
 
-#include <memory>
-#include <string>
-
-namespace orvane::tavisk::disk_info {
 namespace {
 
 constexpr char kUserdata[] = "/dev/block/mapper/userdata";
@@ -85,4 +81,3 @@ TEST_F(FilesystemInfoTest, FirstLinesAreUnchanged) {
 }
 
 }  // namespace
-}  // namespace orvane::tavisk::disk_info
