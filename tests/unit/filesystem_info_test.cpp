@@ -6,7 +6,7 @@ namespace {
 constexpr char kUserdata[] = "/dev/block/mapper/userdata";
 constexpr char kMetadata[] = "/dev/block/by-name/metadata";
 
-// What the dump prints. Fails if its result does not tell whether the record was read.
+// What the dump prints. Expects that it returns true if and only if it prints the record.
 std::string Dump(const std::string& partition) {
     const std::unique_ptr<DiskInfo> filesystem = DiskInfo::GetDiskInfo(partition.c_str());
     bool dumped = false;
