@@ -3,6 +3,7 @@
 #pragma once
 
 #include <device_tree.h>
+#include <disk_info/disk_info.h>
 #include <gmock/gmock.h>
 #include <log_capture.h>
 #include <open_descriptors.h>
@@ -14,6 +15,7 @@
 #include <string>
 
 using namespace morsk::com::quendar::tavisk::disk_info;
+using namespace orvane::tavisk::disk_info;
 using testing::ElementsAre;
 
 // The fields in wire order, a bar before each; a union's text starts with the name of its arm.

@@ -6,7 +6,6 @@
 
 #include <cstring>
 
-namespace orvane::tavisk::disk_info {
 namespace {
 
 using DiskInfoTest = StorageTest;
@@ -128,4 +127,3 @@ TEST(SlotTest, VirtualOperationsKeepTheirOrder) {
 }
 
 }  // namespace
-}  // namespace orvane::tavisk::disk_info

@@ -1,16 +1,12 @@
 #include <disk_info/disk_info.h>
 #include <storage_test.h>
 
-#include <memory>
-#include <string>
-
-namespace orvane::tavisk::disk_info {
 namespace {
 
 constexpr char kUserdata[] = "/dev/block/mapper/userdata";
 constexpr char kMetadata[] = "/dev/block/by-name/metadata";
 
-// What the dump prints. Fails if its result does not tell whether the record was read.
+// What the dump prints. Expects that it returns true if and only if it prints the record.
 std::string Dump(const std::string& partition) {
     const std::unique_ptr<DiskInfo> filesystem = DiskInfo::GetDiskInfo(partition.c_str());
     bool dumped = false;
@@ -85,4 +81,3 @@ TEST_F(FilesystemInfoTest, FirstLinesAreUnchanged) {
 }
 
 }  // namespace
-}  // namespace orvane::tavisk::disk_info

@@ -8,7 +8,6 @@
 #include <cstring>
 #include <utility>
 
-namespace orvane::tavisk::disk_info {
 namespace {
 
 class NvmeInfoTest : public StorageTest {
@@ -176,4 +175,3 @@ TEST_F(NvmeInfoTest, NodeThatCannotBeOpenedGivesEmptyResults) {
 }
 
 }  // namespace
-}  // namespace orvane::tavisk::disk_info

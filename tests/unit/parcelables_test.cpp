@@ -68,7 +68,6 @@ void ExpectUnreadable(const Words& content, binder_status_t status) {
 // `frame` is the index of the size word.
 template <typename Parcelable>
 void Check(const Parcelable& sample, const std::string& bytes, size_t frame = 0) {
-    SCOPED_TRACE(bytes);
     ScopedParcel parcel(AParcel_create());
     ASSERT_EQ(sample.writeToParcel(parcel.get()), STATUS_OK);
     EXPECT_EQ(AParcel_getDataPosition(parcel.get()), AParcel_getDataSize(parcel.get()));
@@ -103,34 +102,33 @@ void Check(const Parcelable& sample, const std::string& bytes, size_t frame = 0)
     }
 }
 
-// Also that a default-made value is zero throughout.
+// A default-made value is zero throughout.
 template <typename Parcelable>
-void CheckStruct(const Parcelable& sample, const std::string& bytes) {
-    Check(sample, bytes);
+void CheckDefaults() {
     ScopedParcel parcel(AParcel_create());
     ASSERT_EQ(Parcelable().writeToParcel(parcel.get()), STATUS_OK);
     const Words fields = WordsOf(parcel.get(), 4);
-    EXPECT_EQ(fields, Words(fields.size(), 0)) << bytes;
+    EXPECT_EQ(fields, Words(fields.size(), 0));
 }
 
-TEST(Parcelables, StructsAreTheseBytes) {
-    CheckStruct(kNvmeInfo, kNvmeInfoBytes);
-    CheckStruct(kNvmeHealth, kNvmeHealthBytes);
-    CheckStruct(kNvmePower, kNvmePowerBytes);
-    CheckStruct(kUfsInfo, kUfsInfoBytes);
-    CheckStruct(kUfsHealth, kUfsHealthBytes);
-    CheckStruct(kUfsPower, kUfsPowerBytes);
-    CheckStruct(kFilesystem, kFilesystemBytes);
+// The bytes of a union are its tag, a marker and the arm.
+template <typename Union, typename Arm>
+void CheckArm(const Arm& arm, const std::string& tag, const std::string& bytes) {
+    SCOPED_TRACE(bytes);
+    CheckDefaults<Arm>();
+    Check(Union(arm), tag + " 01000000 " + bytes, 2);
 }
 
-TEST(Parcelables, UnionsAreTagMarkerAndArm) {
-    const std::string nvme = "00000000 01000000 ", ufs = "01000000 01000000 ";
-    Check(DiskInfoParcel(kNvmeInfo), nvme + kNvmeInfoBytes, 2);
-    Check(DiskInfoParcel(kUfsInfo), ufs + kUfsInfoBytes, 2);
-    Check(DiskHealthParcel(kNvmeHealth), nvme + kNvmeHealthBytes, 2);
-    Check(DiskHealthParcel(kUfsHealth), ufs + kUfsHealthBytes, 2);
-    Check(DiskPowerParcel(kNvmePower), nvme + kNvmePowerBytes, 2);
-    Check(DiskPowerParcel(kUfsPower), ufs + kUfsPowerBytes, 2);
+TEST(Parcelables, AreTheseBytes) {
+    const char nvme[] = "00000000", ufs[] = "01000000";
+    CheckArm<DiskInfoParcel>(kNvmeInfo, nvme, kNvmeInfoBytes);
+    CheckArm<DiskInfoParcel>(kUfsInfo, ufs, kUfsInfoBytes);
+    CheckArm<DiskHealthParcel>(kNvmeHealth, nvme, kNvmeHealthBytes);
+    CheckArm<DiskHealthParcel>(kUfsHealth, ufs, kUfsHealthBytes);
+    CheckArm<DiskPowerParcel>(kNvmePower, nvme, kNvmePowerBytes);
+    CheckArm<DiskPowerParcel>(kUfsPower, ufs, kUfsPowerBytes);
+    CheckDefaults<FilesystemInfoParcel>();
+    Check(kFilesystem, kFilesystemBytes);
 }
 
 TEST(Parcelables, MissingFieldsKeepTheirDefaults) {

@@ -2,8 +2,6 @@
 // and ufs_info_test check the results about disks.
 #include <storage_test.h>
 
-#include <string>
-#include <utility>
 #include <vector>
 
 namespace {

@@ -6,7 +6,8 @@
 #include <string>
 #include <utility>
 
-namespace orvane::tavisk::disk_info {
+using namespace orvane::tavisk::disk_info;
+
 namespace {
 
 using SysfsTest = PrivateRootTest;
@@ -60,4 +61,3 @@ TEST_F(SysfsTest, FileIsItsFirstLineTrimmed) {
 }
 
 }  // namespace
-}  // namespace orvane::tavisk::disk_info

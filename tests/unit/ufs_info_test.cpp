@@ -3,12 +3,9 @@
 #include <nvme_ioctl.h>
 #include <storage_test.h>
 
-#include <sstream>
-#include <string>
 #include <utility>
 #include <vector>
 
-namespace orvane::tavisk::disk_info {
 namespace {
 
 constexpr char kReport[] =
@@ -214,4 +211,3 @@ TEST_F(UfsInfoTest, RecordsAreSent) {
 }
 
 }  // namespace
-}  // namespace orvane::tavisk::disk_info
