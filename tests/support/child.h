@@ -1,5 +1,5 @@
 // A child process that runs a function or a program. The destructor kills it; the kernel kills it
-// when the test process ends first.
+// if the test process ends first.
 #pragma once
 
 #include <fcntl.h>
@@ -14,6 +14,15 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+// Whether the condition becomes true within a minute or more.
+inline bool Eventually(const std::function<bool()>& condition) {
+    for (int i = 0; i < 60'000; ++i) {
+        if (condition()) return true;
+        usleep(1000);
+    }
+    return false;
+}
 
 class Child {
   public:
@@ -51,10 +60,12 @@ class Child {
     void Kill(int signal = SIGKILL) {
         if (pid_ > 0) kill(pid_, signal);
     }
-    // The exit status; -1 if a signal ended the process.
+    // The exit status; -1 if a signal ended the process, or if it still runs after a minute.
     int Wait() {
         int status = 0;
-        if (pid_ <= 0 || waitpid(std::exchange(pid_, -1), &status, 0) < 0) return -1;
+        const auto ended = [&] { return waitpid(pid_, &status, WNOHANG) != 0; };
+        if (pid_ <= 0 || !Eventually(ended)) return -1;
+        pid_ = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
     std::string out() const { return ReadAll(outputs_ + ".out"); }
@@ -76,12 +87,3 @@ class Child {
     std::string outputs_;
     pid_t pid_;
 };
-
-// Whether the condition becomes true within a minute or more.
-inline bool Eventually(const std::function<bool()>& condition) {
-    for (int i = 0; i < 60'000; ++i) {
-        if (condition()) return true;
-        usleep(1000);
-    }
-    return false;
-}
