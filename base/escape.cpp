@@ -6,7 +6,7 @@
 namespace base {
 namespace {
 
-// Bytes of the UTF-8 sequence at the start of `text`; 1 for ASCII and for an invalid sequence.
+// Size in bytes of the UTF-8 sequence at the start of `text`; 1 for ASCII and an invalid sequence.
 size_t CharacterSize(std::string_view text) {
     const auto byte = [text](size_t i) {
         return i < text.size() ? static_cast<uint8_t>(text[i]) : uint8_t{0};
@@ -63,7 +63,7 @@ std::string Escape(std::string_view text, bool escape_backslashes) {
     return result;
 }
 
-// Bytes of the escape or the character at the start of `text`.
+// Size in bytes of the escape or the character at the start of `text`.
 size_t UnitSize(std::string_view text) {
     if (text[0] != '\\') return CharacterSize(text);
     return text.substr(1, 1) == "x" ? 4 : 2;

@@ -1,7 +1,8 @@
 // Escapes foreign text, such as a name that a client sent or the target of a link, for a log record
 // or a terminal: it cannot end the record, forge another one or control the terminal. Control
-// characters are C0, DEL and C1; C1 both as UTF-8 (C2 80 to C2 9F) and as a byte 0x80 to 0x9f
-// outside a UTF-8 sequence. All other bytes stay unchanged, whether they are valid UTF-8 or not.
+// characters are C0, DEL and C1. C1 is recognised as UTF-8 (C2 80 to C2 9F) and as a byte 0x80 to
+// 0x9f outside a UTF-8 sequence. All other bytes except backslashes stay unchanged, whether they
+// are valid UTF-8 or not.
 #pragma once
 
 #include <cstddef>

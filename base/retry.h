@@ -1,5 +1,5 @@
-// Retries a system call on EINTR. Not for a command to a disk: the disk may have executed a command
-// whose system call was interrupted.
+// Retries a system call on EINTR. Must not be used for a command to a disk: the disk may have
+// executed a command whose system call was interrupted.
 #pragma once
 
 #include <cerrno>

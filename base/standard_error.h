@@ -1,4 +1,4 @@
-// Writes records to standard error without blocking.
+// Writes records to standard error; blocks only in the case described below.
 #pragma once
 
 #include <string_view>

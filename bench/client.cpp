@@ -42,7 +42,7 @@ using namespace morsk::com::quendar::tavisk::disk_info;
 using Clock = std::chrono::steady_clock;
 using Call = std::function<void()>;
 
-// Their indices are the floor's numbers for them.
+// The index of a call is its number in a request to the floor.
 constexpr std::array kCalls = {"version", "info", "health", "power", "userdata", "metadata"};
 constexpr uint32_t kVersion = 0;
 constexpr uint32_t kVersionReply = 12 + 4 + 4;  // message header, status, number
@@ -85,7 +85,7 @@ sockaddr_un AddressOf(const std::string& path) {
     return address;
 }
 
-// A connection to either side, without the interface's proxy. Messages are as long for both.
+// A connection to the daemon or the floor, without the proxy. A call's requests have equal sizes.
 class Connection {
   public:
     explicit Connection(const std::string& path) : fd_(socket(AF_UNIX, SOCK_SEQPACKET, 0)) {
@@ -283,7 +283,7 @@ void MeasureRun(char** arguments) {
     }
 }
 
-// So many clients at once make calls for some seconds, each as fast as it can.
+// Runs `clients` threads for `seconds`. Each has its own connection and calls without a pause.
 void LoadOf(const char* side, double seconds, size_t clients,
             const std::function<Call()>& connect) {
     std::atomic<bool> stop = false;

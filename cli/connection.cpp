@@ -61,7 +61,7 @@ Answer Failed(ErrorKind kind, int32_t code) {
     return {CallError{kind, code}, Arm::kNone, {}};
 }
 
-// "" if there is none for the error of the connection.
+// Advice to append to the message for a connection error; "" if there is no advice for it.
 const char* AdviceFor(int error) {
     switch (error) {
         case ENOENT:
@@ -90,8 +90,8 @@ class Connection {
         service_ = binder::SharedRefBase::make<BpDiskInfoService>(std::move(binder));
     }
 
-    // A warning if the service's interface differs from this program's; otherwise "". A service
-    // that fails this call fails the others too, and they report the error.
+    // A warning if the service's interface differs from this program's; otherwise "". A failure of
+    // this call is not reported: if the later calls fail too, they report their own errors.
     std::string CheckInterface() {
         std::string hash;
         is_foreign_ = service_->getInterfaceHash(&hash).isOk() && hash != IDiskInfoService::hash;

@@ -24,7 +24,8 @@ ErrorText TextFor(ErrorKind kind) {
         case ErrorKind::kConnection:
             return {"connection", ""};
         case ErrorKind::kService:
-            return {"service", "the data cannot be read, or the type of disk is not supported"};
+            return {"service",
+                    "the data cannot be read, or this disk or partition is not supported"};
         case ErrorKind::kException:
             return {"exception", "the supported partitions are userdata and metadata"};
         case ErrorKind::kReply:

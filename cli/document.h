@@ -30,7 +30,7 @@ struct Request {
 };
 
 enum class Call { kInfo, kHealth, kPower, kFilesystem };
-// "fs" for kFilesystem.
+// The call's name in the output: "info", "health", "power" or "fs".
 const char* NameOf(Call call);
 
 // kConnection: the service could not be reached; the code is 0. kService: a service-specific error.
@@ -42,7 +42,7 @@ struct CallError {
     ErrorKind kind;
     int32_t code;
 };
-// "service error -1"
+// Kind and code of the error, for example "service error -1".
 std::string Describe(const CallError& error);
 
 enum class Arm { kNone, kNvme, kUfs };  // kNone: a filesystem, or no fields
@@ -78,8 +78,8 @@ Document MakeDocument(const Request& request, const Answerer& answer);
 // The document of a request that did not reach the service: a connection error for every call.
 Document UnansweredDocument(const Request& request);
 
-// One line for each failed call, with advice. Connection errors have none: the exception that
-// reported them is the message.
+// One line for each failed call, with advice. A connection error has no line: the caller prints the
+// message of the ConnectionError instead.
 std::vector<std::string> FailureLines(const Document& document);
 
 // The published form; packaging/disk_info.schema.json describes it.

@@ -49,7 +49,8 @@ bool HasPowerState(const Json& fields, const Json& /*value*/) {
 bool HasLinkState(const Json& fields, const Json& /*value*/) {
     return !IsEmptyText(fields, "linkState");
 }
-// UFS features are bits of this attribute. NVMe answers do not have the field.
+// The UFS features are bits of extendedFeatureSupport. NVMe answers do not have this field; for
+// them only the identity decides.
 bool HasFeatures(const Json& fields, const Json& value) {
     return HasIdentity(fields, value) && !IsEmptyText(fields, "extendedFeatureSupport");
 }
@@ -93,7 +94,7 @@ std::string NvmeVersion(const Json& fields, const Json& value) {
     return value.dump() + Format(".%.0f.%.0f", NumberAt(fields, "versionMinor"),
                                  NumberAt(fields, "versionTertiary"));
 }
-// 0xJJMS in decimal digits: 0x0310 is 3.1.
+// The version is BCD: two digits major, one minor, one suffix. 0x0310 is 3.1.
 std::string UfsVersion(const Json& /*fields*/, const Json& value) {
     const auto digits = value.get<unsigned>();
     const std::string suffix = (digits & 0xF) != 0 ? Format(".%u", digits & 0xF) : "";
@@ -117,8 +118,8 @@ std::string RaisedWarnings(const Json& /*fields*/, const Json& value) {
     return raised.empty() ? "none" : raised;
 }
 
-// Values with a name. Sources: JEDEC UFS, Health, Unit and Geometry Descriptors; for the error
-// codes Linux, fs/ext4/ext4.h, EXT4_ERR_*.
+// Values with a name. Sources: the Health, Unit and Geometry Descriptors of JEDEC UFS; for
+// lastErrorCode, the constants EXT4_ERR_* in fs/ext4/ext4.h of Linux.
 const struct {
     const char* field;
     const char* value;
@@ -146,9 +147,9 @@ const struct {
     {"lastErrorCode", "6", "no space"},
 };
 
-// Fields that need more than their value printed. The label is derived from the name if it is null,
-// and the field is hidden if it is "". `missing` is printed for a field that is not reported: "-"
-// for one that does not apply.
+// Rules for fields whose label, condition or words differ from the default. A null label is derived
+// from the field's name; the label "" hides the field. `missing` is printed for a field that is not
+// reported; it is "-" if the field does not apply.
 const struct Rule {
     const char* field;
     const char* label;
@@ -199,7 +200,7 @@ const Rule& RuleFor(const std::string& name) {
     return rule != std::end(kRules) ? *rule : kDefault;
 }
 
-// "" for a value without a name.
+// The value's name in kNamedValues; "" if it has none.
 std::string NamedValue(const std::string& field, const Json& value) {
     const std::optional<double> number = NumberOf(value);
     const std::string text = number              ? Format("%.0f", *number)

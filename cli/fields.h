@@ -33,7 +33,7 @@ bool IsReported(const Json& fields, const std::string& name);
 // The field as a number. Empty: it is not reported or not a number.
 std::optional<double> Reading(const Json& fields, const std::string& name);
 
-// "" for a field that is shown as part of another one.
+// The field's label; "" if the field is shown as part of another one.
 std::string Label(const std::string& name);
 
 // The value in words; "not reported" or "-" if the disk does not report it.

@@ -15,8 +15,8 @@ namespace disk_info::cli {
 // A number, a bool as 0 or 1, or a text that holds one unsigned number of up to 32 bits: decimal,
 // or hexadecimal after 0x or 0X. Empty: anything else.
 //
-// The storage library parses the same form. The command does not link that library and needs no
-// skipped white space: the service trims its texts.
+// The storage library parses the same form, but the command does not link it. White space is not
+// skipped: the service trims the texts that hold numbers.
 std::optional<double> NumberOf(const Json& value);
 
 // In the largest unit that leaves a value of at least 1, with one decimal: "256.1 GB".

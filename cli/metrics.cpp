@@ -145,7 +145,7 @@ const Family kFamilies[] = {
     {"size_bytes", kGauge, "bytes", "Size of the disk.", From({{kInfo, "size"}})},
     {"verdict", kGauge, "", "1 for the verdict on the disk, 0 for the others.", Verdicts},
     {"life_used_ratio", kGauge, "ratio",
-     "Share of the expected life that is used, can exceed 1; of a UFS disk the lower end of the "
+     "Used share of the expected life; it can exceed 1. For a UFS disk it is the lower end of the "
      "reported range.",
      From({{kHealth, "percentageUsed", "", 0, 1, 100},
            {kHealth, "deviceLifeTimeEstimationA", R"({estimation="a"})", -1, 1, 10},

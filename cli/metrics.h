@@ -1,5 +1,5 @@
 // A document for collectors: OpenMetrics text in base units. A value that the disk does not report
-// has no sample. Only types that the older Prometheus text format has too are used.
+// has no sample. The text uses only types that the older Prometheus text format has too.
 #pragma once
 
 #include <string>

@@ -27,7 +27,8 @@ void Describe(CLI::App& app, Options* options) {
         ->option_text("SECONDS")
         ->check(CLI::Range(1, 3600));
     app.fallthrough();  // Options are accepted after the sub-command too.
-    app.add_subcommand("status", "Everything below (the default)");
+    app.add_subcommand("status",
+                       "Identity, health, power state and filesystem errors (the default)");
     app.add_subcommand("info", "Identity and size of the disk that holds the data partition");
     app.add_subcommand("health", "Wear, errors and a verdict");
     app.add_subcommand("power", "Current power state");
@@ -35,11 +36,11 @@ void Describe(CLI::App& app, Options* options) {
         ->add_option("PARTITION", options->request.partition, "userdata or metadata")
         ->type_name("")
         ->required();
-    app.add_subcommand("metrics", "Everything as OpenMetrics text for a collector");
+    app.add_subcommand("metrics", "The values of status as OpenMetrics text for a collector");
     app.require_subcommand(0, 1);
 }
 
-// "": the options can be combined.
+// The message about options that cannot be combined; "" if there is no conflict.
 std::string ConflictIn(const Options& options) {
     const bool is_metrics = options.request.command == Command::kMetrics;
     if (options.as_json && is_metrics) return "--json and metrics cannot be combined";

@@ -22,8 +22,8 @@ struct Options {
     unsigned watch_seconds = 0;  // 0: print once
 };
 
-// Empty: the process must exit with *exit_status, and the help, the version or a message is
-// printed.
+// Empty: the help, the version or a message has been printed, and the process must exit with
+// *exit_status.
 std::optional<Options> ParseOptions(int argc, char** argv, int* exit_status);
 
 }  // namespace disk_info::cli

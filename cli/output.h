@@ -15,12 +15,12 @@ inline constexpr std::string_view kClearToScreenEnd = "\x1b[J";
 
 enum class Colour { kDefault, kRed, kGreen, kYellow };
 
-// Unchanged for kDefault and for an empty text.
+// `text` in this colour; unchanged for kDefault and for an empty text.
 std::string Coloured(Colour colour, const std::string& text);
 
 bool OutputIsTerminal();
 
-// On a terminal, unless the user disabled colour (NO_COLOR).
+// Whether standard output is a terminal and NO_COLOR is unset or empty.
 bool OutputHasColour();
 
 // Writes and flushes; false if that failed.

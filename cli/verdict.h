@@ -1,5 +1,5 @@
-// The verdict on a disk, ok, watch or failing, with the reasons. It rests only on values that the
-// disk reports and is printed beside them; it never replaces a field.
+// The verdict on a disk (unknown, ok, watch or failing) and its reasons. It depends only on values
+// that the disk reports and is printed beside them; it never replaces a field.
 #pragma once
 
 #include <array>

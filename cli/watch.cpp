@@ -13,7 +13,8 @@ namespace {
 
 bool cursor_is_hidden = false;
 
-// Async-signal-safe: output is flushed; only the cursor must be restored.
+// Calls only async-signal-safe functions. It flushes nothing, because WriteOutput flushes each
+// frame; it only restores the cursor.
 void Exit(int /*signal*/) {
     if (cursor_is_hidden) (void)!write(STDOUT_FILENO, kShowCursor.data(), kShowCursor.size());
     _exit(0);

@@ -14,12 +14,13 @@ constexpr uint32_t kPlacesOfUser = 64;
 constexpr int64_t kSilentMs = 10'000;
 constexpr int64_t kSearchIntervalMs = 1'000;
 
-// Linux distributions assign subordinate ids from this one on, so many to each account: subuid(5).
+// Linux distributions assign subordinate ids from kFirstSubordinate up, in ranges of
+// kSubordinateRange ids, usually one range for each account: subuid(5).
 constexpr uid_t kFirstSubordinate = 100'000;
 constexpr uid_t kSubordinateRange = 65'536;
 
-// Limit for all users with uid `from` or above together. An account has its own uid and any number
-// of subordinate ones, so it holds at most 64 + 128 places.
+// `places` is the limit for all users with uid `from` or above together. An account can use its own
+// uid, for at most 64 places, and its subordinate uids, for at most 128 places in total.
 constexpr struct {
     uid_t from;
     uint32_t places;
@@ -57,8 +58,8 @@ void Connections::Close(uint32_t number) {
     --count_;
 }
 
-// The entry of this user; a free entry if the user has no connection; the entry of another user if
-// none is free, which takes kPlaces users with one connection each.
+// Index of this user's entry, or of a free entry if the user has no connection. If no entry is free
+// because kPlaces users hold one connection each, returns 0, the index of another user's entry.
 uint32_t Connections::FindUser(uid_t uid) const {
     uint32_t free = 0;
     for (uint32_t number = 0; number < kPlaces; ++number) {

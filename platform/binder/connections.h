@@ -8,7 +8,8 @@
 // A connection with a reply that its peer has not received is never closed to make room: the kernel
 // charges the reply to this process until the peer receives it or closes its socket.
 //
-// Owns the descriptors. Never waits for an event and has no part in epoll. For one thread.
+// The class owns the descriptors, does not wait for events and does not use epoll. Only one thread
+// may use an object.
 #pragma once
 
 #include <base/unique_fd.h>
@@ -42,9 +43,9 @@ class Connections {
     void StartRound() { ready_count_ = 0; }
     // At most once per round for each connection.
     void MarkReady(uint32_t number) { ready_[ready_count_++] = number; }
-    // Among the users with ready connections, picks the one whose last turn is the oldest, and of
-    // its ready connections again the one whose last turn is the oldest. That connection is no
-    // longer ready. Empty: none is ready.
+    // Picks, among the users with ready connections, the user whose last turn is the oldest, and
+    // then that user's ready connection whose last turn is the oldest. Returns its number and
+    // removes it from the ready connections. Empty: no connection is ready.
     [[nodiscard]] std::optional<uint32_t> TakeTurn();
     void NoteRequest(uint32_t number, int64_t now_ms) {
         connections_[number].last_request_ms = now_ms;

@@ -5,8 +5,8 @@
 // buffer for them. A send to a closed connection returns an error and raises no signal.
 //
 // Errors in platform/binder: a function that can fail for a system reason returns 0 or a positive
-// errno value, or an empty optional or descriptor if no caller needs the reason; errno is read only
-// on the line after the call.
+// errno value. If no caller needs the reason, it returns false, an empty optional or an empty
+// descriptor instead. Code reads errno only directly after the call that set it.
 #pragma once
 
 #include <array>

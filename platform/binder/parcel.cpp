@@ -28,7 +28,8 @@ binder_status_t ReadValue(const AParcel* parcel, T* value) {
     return STATUS_OK;
 }
 
-// Whether a status header can hold `exception`: EX_NONE, or one above EX_TRANSACTION_FAILED.
+// Whether a status header can hold `exception`: at most EX_NONE (0), and above
+// EX_TRANSACTION_FAILED (-129).
 bool FitsInHeader(binder_exception_t exception) {
     return exception <= EX_NONE && exception > EX_TRANSACTION_FAILED;
 }

@@ -77,7 +77,7 @@ class Server {
     void MarkReady(uint32_t number);
     void ServeReady();
     void Serve(uint32_t number);
-    void HoldBack(uint32_t number, bool held_back);
+    void SetHeldBack(uint32_t number, bool held_back);
     void HangUp(uint32_t number);
     void Close(uint32_t number);
     void CheckTime();
@@ -89,7 +89,7 @@ class Server {
     base::UniqueFd epoll_;
     Connections connections_;
     int64_t accept_again_at_ms_ = kNever;  // kNever: the listener is watched
-    int64_t exit_at_ms_ = kNever;          // kNever: there are connections, or it never exits
+    int64_t exit_at_ms_ = kNever;          // kNever: there are connections, or idle exit is off
     AParcel request_;
     AParcel reply_;
     Message message_;
@@ -120,7 +120,7 @@ bool Server::Watch(int operation, int fd, uint32_t number, uint32_t events) {
     return epoll_ctl(epoll_.get(), operation, fd, &event) == 0;
 }
 
-// Closes what hung up before it accepts, so that the places are free.
+// Closes the connections that hung up before it accepts new ones, so that their places are free.
 void Server::RunRound(std::span<const epoll_event> events) {
     bool accept = false;
     for (const epoll_event& event : events) {
@@ -159,7 +159,8 @@ void Server::PauseAccepting() {
 }
 
 void Server::Admit(base::UniqueFd fd) {
-    // The uid at the time of connecting. The process id may belong to another process by now.
+    // peer.uid is the uid at the time of connecting. peer.pid is not used: it may belong to another
+    // process by now.
     ucred peer;
     socklen_t size = sizeof(peer);
     if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return;
@@ -169,14 +170,14 @@ void Server::Admit(base::UniqueFd fd) {
     if (!Watch(EPOLL_CTL_ADD, connections_.Fd(*number), *number, EPOLLIN)) Close(*number);
 }
 
-// AcceptAll may have closed the connection or given its number to a new one. The latter does no
-// harm: to serve it finds no request.
+// AcceptAll may have closed the connection or given its number to a new one. A new connection does
+// no harm here: if it has no request yet, Serve receives nothing and returns.
 void Server::MarkReady(uint32_t number) {
     if (!connections_.Holds(number)) return;
-    // The edge that the reply was taken is reported once, and the round may end before the turn of
-    // this connection.
+    // The kernel reports only once that the peer took the reply, and the round may end before this
+    // connection's turn. So the connection is released here, not in its turn.
     if (connections_.HeldBack(number) && ReplyWasTaken(connections_.Fd(number))) {
-        HoldBack(number, false);
+        SetHeldBack(number, false);
     }
     if (connections_.Holds(number)) connections_.MarkReady(number);
 }
@@ -192,7 +193,7 @@ void Server::ServeReady() {
 void Server::Serve(uint32_t number) {
     const int fd = connections_.Fd(number);
     if (!ReplyWasTaken(fd)) {
-        if (!connections_.HeldBack(number)) HoldBack(number, true);
+        if (!connections_.HeldBack(number)) SetHeldBack(number, true);
         return;
     }
     const ReceiveResult result = Receive(fd, kRequestMagic, &message_);
@@ -210,18 +211,19 @@ void Server::Serve(uint32_t number) {
 
 // Watches either for the peer to take the reply or for its next request. A socket is nearly always
 // writable, so EPOLLOUT is edge-triggered: the kernel reports it when the peer receives a message.
-void Server::HoldBack(uint32_t number, bool held_back) {
+void Server::SetHeldBack(uint32_t number, bool held_back) {
     connections_.SetHeldBack(number, held_back);
     const uint32_t events = held_back ? uint32_t{EPOLLOUT} | EPOLLET : uint32_t{EPOLLIN};
     if (!Watch(EPOLL_CTL_MOD, connections_.Fd(number), number, events)) Close(number);
 }
 
-// The peer closed its socket, or shut it down and has not taken the last reply.
+// Handles EPOLLHUP: the peer closed its socket or shut it down. After a shutdown the peer may still
+// have to take the last reply; the connection then stays open until the peer takes it.
 void Server::HangUp(uint32_t number) {
     if (ReplyWasTaken(connections_.Fd(number))) {
         Close(number);
     } else if (!connections_.HeldBack(number)) {
-        HoldBack(number, true);
+        SetHeldBack(number, true);
     }
 }
 

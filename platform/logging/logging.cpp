@@ -72,10 +72,10 @@ Setup& TheSetup() {
     return setup;
 }
 
-// Sends one datagram. False: no log daemon accepts it now. A new socket for each record reaches a
-// daemon that started late or restarted, and holds no descriptor. Not syslog(3): it blocks while
-// the daemon does not read, and adds a time stamp, which needs the time zone code although the
-// daemon adds one too.
+// Sends one datagram. False: no log daemon accepts it now. Each record uses a new socket: this
+// reaches a daemon that started late or restarted, and no descriptor stays open. syslog(3) is not
+// used: it blocks while the daemon does not read, and it adds a time stamp, which the daemon does
+// not need, and with it the time zone code.
 bool SendToLogDaemon(const std::string& record) {
     constexpr sockaddr_un kAddress{AF_UNIX, "/dev/log"};
     const base::UniqueFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));

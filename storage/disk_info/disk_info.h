@@ -25,9 +25,9 @@ class DiskInfo {
     DiskInfo(const DiskInfo&) = delete;
     DiskInfo& operator=(const DiskInfo&) = delete;
 
-    // A new object for `path`; never null. The first substring found selects the class: "nvme",
-    // "sd", "data"; otherwise DiskInfo itself. A null path counts as "". `path` is borrowed and
-    // must outlive the object, unchanged. Opens nothing.
+    // A new object for `path`; never null. The first of "nvme", "sd" and "data" that the path
+    // contains, in this order, selects the class; without any, it is DiskInfo itself. A null path
+    // counts as "". `path` is borrowed and must outlive the object, unchanged. Opens nothing.
     [[nodiscard]] static std::unique_ptr<DiskInfo> GetDiskInfo(const char* path);
 
     // Path of the whole disk that holds the data partition, such as /dev/block/sda. "": not

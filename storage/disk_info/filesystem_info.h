@@ -9,7 +9,8 @@
 
 namespace orvane::tavisk::disk_info {
 
-// First lines of the files of the same names in `sysfs_path`, untrimmed. "": the file is empty.
+// The first three are the first lines, untrimmed, of the files of the same names in `sysfs_path`.
+// "": the line is empty or above 64 KiB, or the first read failed.
 struct FilesystemInfoData {
     std::string errors_count;        // number of errors
     std::string last_error_func;     // kernel function that reported the last error

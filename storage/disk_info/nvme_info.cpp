@@ -51,8 +51,8 @@ void CopyText(const Page& page, size_t offset, char (&text)[kSize]) {
     memcpy(text, field, strnlen(field, kSize - 1));
 }
 
-// Opens the device node as passthrough requires, without close-on-exec and without a retry. No
-// descriptor: the reason is printed.
+// Opens the device node for reading and writing, as passthrough requires. Does not set
+// close-on-exec and does not retry. Empty descriptor: the open failed and the reason was printed.
 base::UniqueFd OpenNode(const char* path) {
     base::UniqueFd fd(open(path, O_RDWR));
     if (!fd) PrintError("open");

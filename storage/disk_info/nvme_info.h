@@ -45,8 +45,8 @@ struct NvmePowerData {
 };
 
 // Submits one admin command and waits for its completion. 0: success; `cmd->result` holds dword 0
-// of the completion. -1: the kernel rejected or failed the request; errno says why. Positive: the
-// NVMe status of the completion. Prints nothing.
+// of the completion. -1: the kernel rejected or failed the request; errno holds the reason.
+// Positive: the NVMe status of the completion. Prints nothing.
 [[nodiscard]] int NvmeAdminCommand(int fd, nvme_passthru_cmd* cmd);
 
 class NvmeInfo : public DiskInfo {

@@ -25,7 +25,7 @@ struct NumberStart {
 [[nodiscard]] NumberStart FindNumber(const std::string& text);
 
 // Absolute path without symbolic links, "." and "..". Empty optional: a component is missing or
-// cannot be resolved; errno says why.
+// cannot be resolved; errno holds the reason.
 [[nodiscard]] std::optional<std::string> CanonicalPath(const char* path);
 
 // Text after the last slash: all of `path` if it has no slash, "" if it ends in one. Accesses no

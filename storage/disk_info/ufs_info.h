@@ -11,8 +11,8 @@
 
 namespace orvane::tavisk::disk_info {
 
-// S is the SCSI device directory, H the UFS host directory. Texts are as the kernel writes them,
-// trimmed; "" also if the file is missing. Fields in comments are those of the UFS descriptors.
+// S is the SCSI device directory, H the UFS host directory. The comments name the source file of
+// each field. Texts are as the kernel writes them, trimmed; "" also if the file is missing.
 struct UfsInfoData {
     std::string type;                    // "UFS"; "" if S or H was not found
     std::string vendor;                  // S/vendor
@@ -74,8 +74,8 @@ class UfsInfo : public DiskInfo {
 
     // True: sets `out` to the directory and logs it in an INFO record. False: leaves `out`
     // unchanged and logs the reason in an ERROR record, except for a null device path.
-    // GetUfsHostPath finds the SCSI device directory again; required, so that its record appears
-    // twice.
+    // GetUfsHostPath calls GetUfsScsiDevicePath again, so the record of the latter appears twice.
+    // This behaviour is required.
     [[nodiscard]] virtual bool GetUfsScsiDevicePath(std::string* out);
     [[nodiscard]] virtual bool GetUfsHostPath(std::string* out);
 

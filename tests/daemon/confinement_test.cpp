@@ -1,7 +1,7 @@
-// What code in the daemon can do behind the system call filter: open the disk, but not change it,
-// pass its descriptor on or execute a program. The disk is a file, and each call is also made
-// without the filter; in an emulated device, where DISK_INFO_DEVICE is set, it is the disk of the
-// device.
+// The system call filter lets code in the daemon open the disk. It prevents changing the disk,
+// passing its descriptor to another process and executing a program. The disk is a file, and each
+// call is also made without the filter; in an emulated device, where DISK_INFO_DEVICE is set, it is
+// the disk of the device.
 #include <daemon.h>
 #include <disk_info/disk_info.h>
 #include <gmock/gmock.h>

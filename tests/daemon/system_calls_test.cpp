@@ -1,6 +1,6 @@
-// The daemon's system calls: which ones a call of a client costs, and what the client receives if
-// one of them fails. strace injects the faults into the running daemon: each system call fails once
-// with each error.
+// The daemon's system calls: which ones it makes for one client call, and what the client receives
+// if one of them fails. strace injects the faults into the running daemon: each call fails once
+// with EIO, EINTR and ENOENT, and the first of each kind also with the other errors.
 //
 // The device is made of files; in an emulated device, where DISK_INFO_DEVICE is set, it is the
 // disk.
@@ -23,10 +23,10 @@ namespace {
 
 const bool kInDevice = getenv("DISK_INFO_DEVICE") != nullptr;
 
-// The first call of each kind fails with all of them, the others with the first three.
+// The first call of each kind fails with each of these errors, later ones with the first three.
 constexpr const char* kErrors[] = {"EIO",    "EINTR",  "ENOENT", "EAGAIN",
                                    "ENOMEM", "EACCES", "ENODEV"};
-// The fields of a result, or one of the other two.
+// The fields of a result, kBroken or kUnavailable.
 using Answer = std::vector<std::string>;
 const Answer kBroken{"broken connection"}, kUnavailable{"service-specific error -1"};
 
@@ -38,7 +38,7 @@ void AppendFields(const Parcelable* parcelable, Answer* answer) {
     });
 }
 
-// Asks on a new connection: "info", "health", "power" or the filesystem of a partition.
+// Makes a call on a new connection: "info", "health", "power" or the name of a partition.
 Answer Ask(const std::string& question) {
     std::optional<DiskInfoParcel> info;
     std::optional<DiskHealthParcel> health;
@@ -98,8 +98,8 @@ class SystemCallsTest : public PrivateRootTest {
     }
 
     Child AttachStrace(const std::vector<std::string>& options) {
-        std::vector<std::string> words{kInDevice ? "/bin/strace" : "/usr/bin/strace", "-o",
-                                       "/run/trace", "-p", std::to_string(daemon_->pid())};
+        std::vector<std::string> words{"/usr/bin/strace", "-o", "/run/trace", "-p",
+                                       std::to_string(daemon_->pid())};
         words.insert(words.end(), options.begin(), options.end());
         unlink("/run/strace.err");
         Child strace(words, "/run/strace");

@@ -43,7 +43,7 @@ AIBinder* NewBinder(void* data) {
     return AIBinder_new(clazz, data);
 }
 
-// Sets *number to the reply's if there is a reply.
+// Sets *number to the number in the reply if there is a reply.
 binder_status_t Transact(AIBinder* binder, transaction_code_t code, int32_t* number,
                          binder_flags_t flags = 0) {
     ScopedParcel request(AParcel_create()), reply;
@@ -54,7 +54,7 @@ binder_status_t Transact(AIBinder* binder, transaction_code_t code, int32_t* num
     return status == STATUS_OK ? AParcel_readInt32(reply.get(), number) : status;
 }
 
-// First, because it may not run after a thread was started.
+// The first test: EnterPrivateRoot must run before the process has a second thread.
 TEST(RegistryTest, InvalidNamesAndSymbolicLinksAreRejected) {
     for (const char* name : {"a..b", "a/", "a/.b"}) {
         EXPECT_EQ(AServiceManager_checkService(name), nullptr);
@@ -129,7 +129,7 @@ TEST(BinderTest, LocalTransactionsReturnAReplyOrAStatus) {
 }
 
 TEST(BinderTest, HooksAreTheClassesOwn) {
-    AIBinder_Class* const clazz = NewClass();
+    static AIBinder_Class* const clazz = NewClass();  // classes are never destroyed
     const StrongBinder binder(AIBinder_new(clazz, nullptr));
     EXPECT_EQ(AIBinder_dump(binder.get(), 1, nullptr, 0), STATUS_OK);
     EXPECT_EQ(AIBinder_runShellCommand(binder.get(), 0, 1, 2, nullptr, 0), STATUS_OK);

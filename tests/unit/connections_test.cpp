@@ -1,4 +1,5 @@
-// Limits and turns of connections: in the table, and in a server whose clock counts its calls only.
+// Limits and turns of connections: in the table, and in a server whose clock advances only during
+// its calls.
 #include <base/unique_fd.h>
 #include <echo_service.h>
 #include <gtest/gtest.h>
@@ -81,7 +82,7 @@ TEST_F(TableTest, LimitsReservePlacesAndUsersWithFewerConnectionsDisplaceOthers)
 
 TEST_F(TableTest, TheOldestTurnIsNextFirstOfTheUsersThenOfTheirConnections) {
     for (const uid_t user : {7, 7, 8}) ASSERT_GE(Admit(user), 0);
-    const std::vector<uint32_t> rounds[][2] = {// ready, and in turn
+    const std::vector<uint32_t> rounds[][2] = {// ready; in the order of their turns
                                                {{0, 1, 2}, {0, 2, 1}},
                                                {{1, 0, 2}, {2, 0, 1}},
                                                {{1, 0}, {0, 1}},

@@ -24,8 +24,8 @@ Write Header(AStatus* (*make)(int32_t), int32_t code) {
     return [=](AParcel* p) { return AParcel_writeStatusHeader(p, ScopedStatus(make(code)).get()); };
 }
 
-// Written over the second of the words 5 and 6.
-TEST(Parcel, WritesHaveTheirBytesOrChangeNothing) {
+// Each write starts at the second word of a parcel with the words 5 and 6.
+TEST(Parcel, AWriteStoresTheseBytesOrChangesNothing) {
     const struct {
         const char* what;
         Write write;

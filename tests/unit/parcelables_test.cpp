@@ -102,7 +102,7 @@ void Check(const Parcelable& sample, const std::string& bytes, size_t frame = 0)
     }
 }
 
-// A default-made value is zero throughout.
+// Every field of a default-constructed value is written as zeros.
 template <typename Parcelable>
 void CheckDefaults() {
     ScopedParcel parcel(AParcel_create());
@@ -119,7 +119,7 @@ void CheckArm(const Arm& arm, const std::string& tag, const std::string& bytes) 
     Check(Union(arm), tag + " 01000000 " + bytes, 2);
 }
 
-TEST(Parcelables, AreTheseBytes) {
+TEST(Parcelables, EachIsWrittenAsTheseBytes) {
     const char nvme[] = "00000000", ufs[] = "01000000";
     CheckArm<DiskInfoParcel>(kNvmeInfo, nvme, kNvmeInfoBytes);
     CheckArm<DiskInfoParcel>(kUfsInfo, ufs, kUfsInfoBytes);

@@ -44,8 +44,8 @@ TEST(RecordLimitTest, TwentyFiveInThirtySecondsIncludingOneWithTheNumberSuppress
 
 using RecordsTest = PrivateRootTest;
 
-// Body of a child: executes the daemon with a socket from the service manager, standard error, and
-// the other two streams closed.
+// Body of a child: executes the daemon with `listener` as the socket from the service manager and
+// `error` as standard error. Standard input and output are closed.
 void Serve(int listener, int error) {
     dup2(error, 2);
     dup2(listener, 3);

@@ -49,7 +49,7 @@ class UfsInfoTest : public StorageTest {
     }
 };
 
-TEST_F(UfsInfoTest, HostIsTheParentOfTheNearestNameOfTen) {
+TEST_F(UfsInfoTest, HostPathIsTheParentOfTheNearestHostDirectoryWithinTenLevels) {
     const std::pair<std::string, std::string> cases[] = {
         {kUnit, kController},
         {"/sys/c/host12/scsi_host", "/sys/c"},
@@ -90,7 +90,7 @@ TEST_F(UfsInfoTest, LinkThatLeadsNowhereIsLogged) {
     EXPECT_EQ(path, "untouched");
 }
 
-TEST_F(UfsInfoTest, DirectoriesAreFoundOnce) {
+TEST_F(UfsInfoTest, DirectoriesAreSearchedOncePerObject) {
     UfsInfo lost("/dev/block/sda"), ufs("/dev/block/sda");
     EXPECT_THAT(log_.Take(), ElementsAre());
     EXPECT_FALSE(lost.GetUfsHealthInfo().has_value());

@@ -63,9 +63,10 @@ void AIBinder_Weak_delete(AIBinder_Weak* weak);
 // On STATUS_OK *request is a new parcel, owned by the caller until AIBinder_transact takes it over.
 // STATUS_UNEXPECTED_NULL for a null argument.
 [[nodiscard]] binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** request);
-// Sends *request and returns the status of the transaction. Always deletes *request and sets it to
-// null. On STATUS_OK *reply is a new parcel, positioned at its start, that the caller owns;
-// otherwise it is null. A remote transaction waits for the reply without a time limit.
+// Sends *request and returns the status of the transaction. Deletes *request and sets it to null
+// unless `request` or `reply` is null. On STATUS_OK *reply is a new parcel, positioned at its
+// start, that the caller owns; otherwise it is null. A remote transaction waits for the reply
+// without a time limit.
 // STATUS_UNEXPECTED_NULL: an argument or *request is null. STATUS_BAD_VALUE: `flags` is not 0; none
 // are defined. STATUS_DEAD_OBJECT: the other process closed the connection, or an earlier
 // transaction on it failed. STATUS_FAILED_TRANSACTION: the message could not be sent, or its reply

@@ -30,7 +30,8 @@ class Scoped {
 
     T* get() const { return handle_; }
     explicit operator bool() const { return handle_ != nullptr; }
-    // For a call that stores a handle or takes it over. Must be empty if the call stores one.
+    // Address of the handle, for a function that stores a handle there or takes it over. The object
+    // must be empty before a function stores a handle.
     T** slot() { return &handle_; }
 
   private:
@@ -57,8 +58,9 @@ class [[nodiscard]] ScopedStatus : public Scoped<AStatus, AStatus_delete> {
     bool isOk() const { return AStatus_isOk(get()); }
 };
 
-// Base of interface objects. Ends the process if an object is destroyed without ever having had a
-// shared owner, or gets a second, independent one.
+// Base of interface objects. Aborts the process if an object is destroyed without ever having had a
+// shared owner, if a second, independent owner destroys it, or if ref() is called after the last
+// shared owner released it.
 class SharedRefBase {
   public:
     SharedRefBase() = default;

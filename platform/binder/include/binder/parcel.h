@@ -30,8 +30,9 @@ int32_t AParcel_getDataSize(const AParcel* parcel);
 // any other null text or negative length.
 [[nodiscard]] binder_status_t AParcel_writeString(AParcel* parcel, const char* text,
                                                   int32_t length);
-// Writes an int32 exception, and for EX_SERVICE_SPECIFIC also an int32 code. A transport failure is
-// not part of a reply: writes nothing and returns its code, as the result of the transaction.
+// Writes an int32 exception, and for EX_SERVICE_SPECIFIC also an int32 code. For
+// EX_TRANSACTION_FAILED, writes nothing and returns the transport code, which the caller returns as
+// the result of the transaction.
 // STATUS_BAD_VALUE for an exception above 0 or below -128. STATUS_UNEXPECTED_NULL for a null
 // status.
 [[nodiscard]] binder_status_t AParcel_writeStatusHeader(AParcel* parcel, const AStatus* status);

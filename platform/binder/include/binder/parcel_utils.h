@@ -61,7 +61,8 @@ template <typename Parcelable>
     return value->writeToParcel(parcel);
 }
 
-// STATUS_BAD_VALUE for an int32 other than 0 and 1. On failure *value is unchanged.
+// STATUS_BAD_VALUE for an int32 other than 0 and 1. On failure *value is unchanged, but the
+// position may have moved.
 template <typename Parcelable>
 [[nodiscard]] binder_status_t AParcel_readNullableData(const AParcel* parcel,
                                                        std::optional<Parcelable>* value) {

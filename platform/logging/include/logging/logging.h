@@ -23,10 +23,10 @@ using LogFunction = std::function<void(LogId id, LogSeverity severity, const cha
                                        const char* file, unsigned int line, const char* message)>;
 using AbortFunction = std::function<void(const char* message)>;
 
-// Sends records to the system log, with the tag and as "file:line: text". If no log daemon accepts
-// a record at once, it goes to standard error as a line "SEVERITY tag file:line: text"; if standard
-// error does not accept it at once either, it is dropped. Never blocks. Each record looks for the
-// log daemon again, so the daemon may start later or restart.
+// Sends each record to the system log, with its tag, as "file:line: text". If no log daemon accepts
+// it at once, writes it to standard error as a line "SEVERITY tag file:line: text"; if standard
+// error does not accept it at once either, drops it. Does not block, except as described in
+// base/standard_error.h. Connects for each record, so the log daemon may start late or restart.
 //
 // A record is one line of at most 1 KiB including its prefix; a longer one is cut and ends in
 // "...". Control characters are escaped: \n, \x1b.

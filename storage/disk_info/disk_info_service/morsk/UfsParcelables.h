@@ -1,6 +1,6 @@
 // Identity, health and link state of a UFS disk, as sent to clients. S is the sysfs directory of
-// the SCSI device, H that of the UFS host controller. Texts are as the kernel writes them. "", 0 or
-// false also means that the file is missing or malformed. Names in comments: UFS descriptors.
+// the SCSI device, H that of the UFS host controller. Texts are as the kernel writes them, trimmed.
+// "", 0 or false also means that the file is missing or malformed.
 #pragma once
 
 #include <morsk/framing.h>

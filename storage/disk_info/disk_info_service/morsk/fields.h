@@ -1,5 +1,5 @@
 // Field lists of the structured parcelables. Each class lists its fields in wire order as
-// `kFields`; writer, reader, comparison and output iterate over that list.
+// `kFields`; the writer, the reader and the command's output iterate over that list.
 #pragma once
 
 #include <tuple>

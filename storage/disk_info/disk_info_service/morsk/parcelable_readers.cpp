@@ -52,7 +52,7 @@ binder_status_t DiskUnion<Nvme, Ufs>::readFromParcel(const AParcel* parcel) {
                                                   : readArm<Ufs>(parcel, this);
 }
 
-// The only readers: other translation units see declarations.
+// All instantiations of the readers: other translation units see only their declarations.
 template binder_status_t readFramed(const AParcel*, NvmeInfoParcel*);
 template binder_status_t readFramed(const AParcel*, NvmeHealthInfoParcel*);
 template binder_status_t readFramed(const AParcel*, NvmePowerInfoParcel*);

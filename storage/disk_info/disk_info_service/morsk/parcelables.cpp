@@ -35,7 +35,7 @@ binder_status_t DiskUnion<Nvme, Ufs>::writeToParcel(AParcel* parcel) const {
     return tag == Tag::nvme ? nvme()->writeToParcel(parcel) : ufs()->writeToParcel(parcel);
 }
 
-// The only writers: other translation units see declarations.
+// All instantiations of the writers: other translation units see only their declarations.
 template binder_status_t writeFramed(AParcel*, const NvmeInfoParcel&);
 template binder_status_t writeFramed(AParcel*, const NvmeHealthInfoParcel&);
 template binder_status_t writeFramed(AParcel*, const NvmePowerInfoParcel&);

@@ -138,9 +138,9 @@ ScopedStatus Answer(std::optional<Parcelable>* result, Read&& read, Unsupported&
 
 constexpr auto kLogNothing = [](const std::string& /*path*/) {};
 
-// Signed rule for ext4's counters: optional white space, then a decimal or, after 0x or 0X, a
-// hexadecimal number up to the end of the text. 0: not such a number, or out of the range of
-// Number. A sign is allowed before a decimal number, unlike in ParseSysfsUint.
+// Parses a counter of ext4: optional white space, then a decimal number, which may have a sign, or,
+// after 0x or 0X, a hexadecimal number up to the end of the text. 0: not such a number, or out of
+// the range of Number. Unlike ParseSysfsUint, accepts a minus sign.
 template <typename Number>
 Number ParseCounter(const std::string& text) {
     const auto [digits, base] = storage::FindNumber(text);

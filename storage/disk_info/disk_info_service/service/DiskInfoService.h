@@ -17,7 +17,8 @@ class DiskInfoService : public BnDiskInfoService {
     binder::ScopedStatus getDiskPower(std::optional<DiskPowerParcel>* result) override;
 
     // Illegal-argument exception: the name does not contain "data", or selects an NVMe or UFS disk.
-    // Service-specific error -1: the counters cannot be read. A counter that is not a number is 0.
+    // Service-specific error -1: the partition is neither userdata nor metadata, or its counters
+    // cannot be read. A counter that is not a number is 0.
     binder::ScopedStatus getFilesystemInfo(const std::string& partition,
                                            std::optional<FilesystemInfoParcel>* result) override;
 };

@@ -63,9 +63,9 @@ struct Rule {
 };
 
 constexpr Rule kRules[] = {
-    // Disks and sysfs. openat cannot create or truncate a file or claim a disk. Other ioctl
-    // requests could change a disk: discard or zero blocks, write through the driver, reread the
-    // partition table.
+    // Disks and sysfs. openat cannot create or truncate a file or open a disk exclusively. The
+    // ioctl requests that are not allowed include those that discard or zero blocks, NVMe I/O
+    // commands and rereading the partition table. The filter cannot inspect an admin command.
     {__NR_openat, {Without(2, O_CREAT | O_EXCL | O_TRUNC | O_APPEND | O_TMPFILE)}},
     {__NR_read},
     {__NR_ioctl, {Is(1, BLKGETSIZE64)}},
@@ -77,7 +77,7 @@ constexpr Rule kRules[] = {
     {__NR_statx},
 
     // Output to the standard streams. These cannot be replaced: they cannot be closed, and dup and
-    // fcntl are not allowed. The C library writes its message before an abort with writev.
+    // fcntl are not allowed. Before an abort, the C library writes its message with writev.
     {__NR_write, {Is(0, STDOUT_FILENO)}},
     {__NR_write, {Is(0, STDERR_FILENO)}},
     {__NR_writev, {Is(0, STDOUT_FILENO)}},
@@ -98,8 +98,8 @@ constexpr Rule kRules[] = {
     {__NR_epoll_pwait},
     {__NR_ppoll},
 
-    // Memory. Not executable, and not shared: a store would write the file. MAP_SHARED_VALIDATE
-    // includes the bit of MAP_SHARED.
+    // Memory. A mapping is neither executable nor shared: a store to a shared one would write to
+    // its file. MAP_SHARED_VALIDATE includes the bit of MAP_SHARED.
     {__NR_brk},
     {__NR_mmap, {Without(2, PROT_EXEC), Without(3, MAP_SHARED)}},
     {__NR_mprotect, {Without(2, PROT_EXEC)}},

@@ -55,8 +55,9 @@ void InitLimitedLogging(char** argv) {
 
 }  // namespace
 
-// Returns only after a failure, always 1: the registration or the filter was refused, or the thread
-// pool returned. A lazy service without clients exits inside the thread pool.
+// Returns only after a failure, always 1: the registration failed, the filter was not installed, or
+// ABinderProcess_joinThreadPool returned. A service with a socket from systemd exits inside that
+// function when it has had no client for 10 seconds.
 int main(int /*argc*/, char** argv) {
     morsk::com::quendar::tavisk::disk_info::PrepareStandardStreams();
     InitLimitedLogging(argv);

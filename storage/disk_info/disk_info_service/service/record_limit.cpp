@@ -6,7 +6,8 @@
 namespace morsk::com::quendar::tavisk::disk_info {
 
 bool RecordLimit::Admit(std::chrono::nanoseconds now) {
-    // After a refusal the newest record decides instead of the oldest: one WARNING per flood.
+    // After a refusal, the interval is measured from the newest record, not from the oldest one, so
+    // that a flood causes only one WARNING.
     const size_t decisive = suppressed_ == 0 ? next_ : (next_ + times_.size() - 1) % times_.size();
     if (now - times_[decisive] < kInterval) {
         ++suppressed_;
