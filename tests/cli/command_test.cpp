@@ -200,6 +200,34 @@ TEST_F(CommandTest, WatchContinuesAfterErrorsUntilASignal) {
     }
 }
 
+// The last fields of each answer, which are right only if all before them were decoded.
+TEST_F(CommandTest, TheExampleClientDecodesEveryAnswer) {
+    const Daemon service{SERVICE_PROGRAM};
+    const struct {
+        Words words;
+        int status;
+        const char* text;
+    } cases[] = {
+        {{"info"}, 0, "\"dataLanes\": \"2\",\n    \"size\": 0\n"},
+        {{"health"},
+         0,
+         "\"totalNumberOfErrors\": 9007199254740993,\n    \"discardReadValue\": \"0\"\n"},
+        {{"power"}, 0, "\"linkState\": \"ACTIVE\",\n    \"isActive\": true\n"},
+        {{"fs", "metadata"}, 0, "\"lastErrorCode\": 5,\n  \"sysfsPath\": \"/sys/fs/ext4/sda1\"\n"},
+        {{"hash"}, 0, IDiskInfoService::hash},
+        {{"version"}, 0, "1\n"},
+        {{"fs", "userdata"}, 1, "service error -1\n"},
+        {{"fs", "cache"}, 1, "exception -3\n"},
+    };
+    for (const auto& c : cases) {
+        Words words{"/usr/bin/python3", EXAMPLE_CLIENT};
+        words.insert(words.end(), c.words.begin(), c.words.end());
+        Child client(words, "/run/client");
+        EXPECT_EQ(client.Wait(), c.status);
+        EXPECT_THAT(client.out() + client.err(), HasSubstr(c.text)) << c.words.back();
+    }
+}
+
 TEST_F(CommandTest, ASecondDaemonExitsAndTheFirstContinues) {
     const Daemon first{SERVICE_PROGRAM};
     Child second({SERVICE_PROGRAM}, "/run/second");
