@@ -2,6 +2,7 @@
 // sends any bytes.
 #pragma once
 
+#include <base/retry.h>
 #include <base/unique_fd.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -45,7 +46,8 @@ inline ssize_t Send(int fd, const std::string& bytes) {
 // The first bytes of the next message; "" at the end of the connection.
 inline std::string Receive(const RawSocket& socket) {
     pollfd waiting{socket.fd(), POLLIN, 0};
-    if (poll(&waiting, 1, 60'000) != 1) return "no message within a minute";
+    const auto wait = [&] { return poll(&waiting, 1, 60'000); };
+    if (base::RetryOnInterrupt(wait) != 1) return "no message within a minute";
     char bytes[64];
     const ssize_t size = recv(socket.fd(), bytes, sizeof(bytes), MSG_DONTWAIT);
     return size > 0 ? std::string(bytes, static_cast<size_t>(size)) : "";
