@@ -1,6 +1,7 @@
 #include "document.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "format.h"
@@ -94,12 +95,12 @@ Json ToJson(const Assessment& assessment) {
 
 std::optional<Command> CommandNamed(std::string_view name) {
     const auto* const found = std::ranges::find(kCommandNames, name);
-    if (found == kCommandNames.end()) return std::nullopt;
-    return static_cast<Command>(found - kCommandNames.begin());
+    if (found == std::end(kCommandNames)) return std::nullopt;
+    return static_cast<Command>(found - kCommandNames);
 }
 
 const char* NameOf(Call call) {
-    static constexpr std::array<const char*, 4> kNames{"info", "health", "power", "fs"};
+    static constexpr const char* kNames[]{"info", "health", "power", "fs"};
     return kNames[static_cast<size_t>(call)];
 }
 

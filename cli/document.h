@@ -2,7 +2,6 @@
 // form prints it. It is built once for a request, owns all of its data and holds no connection.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -17,8 +16,7 @@ namespace disk_info::cli {
 
 // The sub-commands. kStatus and kMetrics make all calls.
 enum class Command { kStatus, kInfo, kHealth, kPower, kFilesystem, kMetrics };
-inline constexpr std::array<const char*, 6> kCommandNames{"status", "info", "health",
-                                                          "power",  "fs",   "metrics"};
+inline constexpr const char* kCommandNames[]{"status", "info", "health", "power", "fs", "metrics"};
 constexpr const char* NameOf(Command command) {
     return kCommandNames[static_cast<size_t>(command)];
 }

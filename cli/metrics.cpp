@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <vector>
 
@@ -67,7 +68,7 @@ Samples Identity(const Document& document) {
 
 Samples Verdicts(const Document& document) {
     Samples samples;
-    for (size_t i = 0; i < kVerdictNames.size(); ++i) {
+    for (size_t i = 0; i < std::size(kVerdictNames); ++i) {
         const bool is_set =
             document.assessment && document.assessment->verdict == static_cast<Verdict>(i);
         samples.push_back({OneLabel("verdict", kVerdictNames[i]), is_set ? 1.0 : 0.0});

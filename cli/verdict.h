@@ -2,7 +2,6 @@
 // that the disk reports and is printed beside them; it never replaces a field.
 #pragma once
 
-#include <array>
 #include <string>
 #include <vector>
 
@@ -12,7 +11,7 @@ namespace disk_info::cli {
 
 // In ascending severity: the verdict on a disk is the highest one of its findings.
 enum class Verdict { kUnknown, kOk, kWatch, kFailing };
-inline constexpr std::array<const char*, 4> kVerdictNames{"unknown", "ok", "watch", "failing"};
+inline constexpr const char* kVerdictNames[]{"unknown", "ok", "watch", "failing"};
 
 constexpr const char* NameOf(Verdict verdict) {
     return kVerdictNames[static_cast<size_t>(verdict)];
