@@ -81,7 +81,7 @@ def less(counts, others):
 
 
 def call_rows(calls):
-    yield "| call | system calls, for all but version beside those of version | more than the floor's |"
+    yield "| call | the daemon's system calls; for the other calls, those beyond version's | more than the floor's |"
     yield "|---|---|---|"
     for name, sides in calls.items():
         if not name.endswith(" version"):

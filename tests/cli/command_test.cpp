@@ -175,7 +175,7 @@ TEST_F(CommandTest, OutputThatCannotBeWrittenIsStatus1) {
     for (const Words& words : {Words{"health"}, Words{"health", "--watch", "1"}}) {
         Child command = StartOn(kFull, words);
         EXPECT_EQ(command.Wait(), 1);
-        EXPECT_EQ(command.err(), "disk_info: cannot write the output\n");
+        EXPECT_EQ(command.Err(), "disk_info: cannot write the output\n");
     }
 }
 
@@ -185,7 +185,7 @@ TEST_F(CommandTest, WatchContinuesAfterErrorsUntilASignal) {
         Child command = StartOn(kTerminalInside, {"health", "--watch", "1", "--timeout", "1"});
         EXPECT_THAT(ReadUpTo("did not answer within 1 s; "), testing::StartsWith("\x1b[?25l"));
         ReadUpTo("did not answer within 1 s; ");
-        EXPECT_EQ(Vitals(command.pid()).threads, 2) << "main and the first query, abandoned";
+        EXPECT_EQ(Vitals(command.Pid()).threads, 2) << "main and the first query, abandoned";
         silent.reset();
         ReadUpTo("Connection refused; ");
         {
@@ -224,7 +224,7 @@ TEST_F(CommandTest, TheExampleClientDecodesEveryAnswer) {
         words.insert(words.end(), c.words.begin(), c.words.end());
         Child client(words, "/run/client");
         EXPECT_EQ(client.Wait(), c.status);
-        EXPECT_THAT(client.out() + client.err(), HasSubstr(c.text)) << c.words.back();
+        EXPECT_THAT(client.Out() + client.Err(), HasSubstr(c.text)) << c.words.back();
     }
 }
 
@@ -232,7 +232,7 @@ TEST_F(CommandTest, ASecondDaemonExitsAndTheFirstContinues) {
     const Daemon first{SERVICE_PROGRAM};
     Child second({SERVICE_PROGRAM}, "/run/second");
     EXPECT_EQ(second.Wait(), 1);
-    EXPECT_THAT(second.err(),
+    EXPECT_THAT(second.Err(),
                 MatchesRegex("ERROR DiskInfoService storage/[a-z_/]*/main.cpp:[0-9]+: "
                              "Failed to register lazy service: -17\n"));
     Expect({"power"}, 0, HasSubstr("Link state"), "");

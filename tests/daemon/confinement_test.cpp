@@ -142,7 +142,7 @@ TEST_F(ConfinementTest, DaemonServesBehindTheFilterOrExits) {
     const Child daemon({SERVICE_PROGRAM}, "/run/service");
     ASSERT_TRUE(Eventually(DaemonAnswers));
     std::stringstream status;
-    status << std::ifstream("/proc/" + std::to_string(daemon.pid()) + "/status").rdbuf();
+    status << std::ifstream("/proc/" + std::to_string(daemon.Pid()) + "/status").rdbuf();
     EXPECT_THAT(status.str(), HasSubstr("NoNewPrivs:\t1\nSeccomp:\t2\n"));
 
     const struct {
@@ -159,7 +159,7 @@ TEST_F(ConfinementTest, DaemonServesBehindTheFilterOrExits) {
         Child strace({"/usr/bin/strace", "-eseccomp",
                       std::string("-einject=seccomp:error=") + c.fault, SERVICE_PROGRAM},
                      "/run/strace");
-        EXPECT_TRUE(Eventually([&] { return strace.err().find(c.text) != std::string::npos; }));
+        EXPECT_TRUE(Eventually([&] { return strace.Err().find(c.text) != std::string::npos; }));
         EXPECT_EQ(DaemonAnswers(), c.answers);
         strace.Kill(SIGTERM);  // strace passes it on to the daemon
         (void)strace.Wait();

@@ -120,7 +120,7 @@ TEST_F(RegistrationTest, TheVariablesOfAHandedSocketAreRemoved) {
     const RawSocket listener;
     ASSERT_NO_FATAL_FAILURE(listener.Listen());
     Child server([&] {
-        HandOver(listener.fd());
+        HandOver(listener.Fd());
         if (Register() != STATUS_OK) _exit(100);
         _exit(static_cast<int>(std::ranges::count_if(kVariables, getenv)));
     });
@@ -135,14 +135,14 @@ TEST_F(RegistrationTest, OnlyAServerOfAHandedSocketExitsAfterTenSecondsWithoutCl
     ASSERT_NO_FATAL_FAILURE(used.Listen());
     ASSERT_NO_FATAL_FAILURE(unused.Listen());
     const auto start = std::chrono::steady_clock::now();
-    Child first([&] { ServeHanded(used.fd()); });
-    Child without_client([&] { ServeHanded(unused.fd()); });
+    Child first([&] { ServeHanded(used.Fd()); });
+    Child without_client([&] { ServeHanded(unused.Fd()); });
     ExpectAnswered(Connect("used"));
     EXPECT_EQ(without_client.Wait(), 0);
     EXPECT_EQ(first.Wait(), 0);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(9'900));
     const StrongBinder early = Connect("used");  // before a process serves the socket
-    const Child second([&] { ServeHanded(used.fd()); });
+    const Child second([&] { ServeHanded(used.Fd()); });
     ExpectAnswered(early);
     ExpectAnswered(Connect());
 }

@@ -47,18 +47,18 @@ class ResourcesTest : public PrivateRootTest {
         // The first requests may allocate memory that the daemon keeps.
         for (int i = 0; i < 200; ++i) {
             const RawClient client;
-            EXPECT_EQ(Send(client.fd(), std::string(65548, 'x')), 65548);
+            EXPECT_EQ(Send(client.Fd(), std::string(65548, 'x')), 65548);
             EXPECT_EQ(Receive(client), "");
             ExpectSameAnswers();
         }
-        before_.emplace(daemon_->pid());
+        before_.emplace(daemon_->Pid());
     }
     void TearDown() override {
         if (!before_) return;
         ExpectSameAnswers();
         // Three standard streams, the socket, epoll, the good client's connection.
-        EXPECT_TRUE(Eventually([&] { return Vitals(daemon_->pid()).descriptors == 6; }));
-        const Vitals after(daemon_->pid());
+        EXPECT_TRUE(Eventually([&] { return Vitals(daemon_->Pid()).descriptors == 6; }));
+        const Vitals after(daemon_->Pid());
         EXPECT_EQ(after.threads, 1);
         EXPECT_LE(after.memory_kib, before_->memory_kib + kMoreMemoryKib);
     }
@@ -81,16 +81,16 @@ TEST_F(ResourcesTest, AUserHasSixtyFourPlacesAndAFreedOneAdmitsAClientThatWaits)
         std::deque<RawClient> clients(1000);
         int served = 0;
         for (const RawClient& client : clients) {
-            (void)Send(client.fd(), kPower);
+            (void)Send(client.Fd(), kPower);
             served += !Receive(client).empty();
         }
         EXPECT_GE(served, 63);
-        EXPECT_LE(Vitals(daemon_->pid()).descriptors, 5 + 64);
+        EXPECT_LE(Vitals(daemon_->Pid()).descriptors, 5 + 64);
         // The daemon gets both events in one round, that of the new connection first.
         daemon_->Kill(SIGSTOP);
-        ASSERT_EQ(waitpid(daemon_->pid(), nullptr, WUNTRACED), daemon_->pid());
+        ASSERT_EQ(waitpid(daemon_->Pid(), nullptr, WUNTRACED), daemon_->Pid());
         const RawClient waits;
-        (void)Send(waits.fd(), kPower);
+        (void)Send(waits.Fd(), kPower);
         clients.pop_front();
         daemon_->Kill(SIGCONT);
         EXPECT_NE(Receive(waits), "");
@@ -101,7 +101,7 @@ TEST_F(ResourcesTest, SilentClientsAndClientsThatNeverReadDelayNoOther) {
     const std::deque<RawClient> silent(30);
     for (int i = 0; i < 100; ++i) {
         const RawClient never_reads;
-        while (send(never_reads.fd(), kPower.data(), 12, MSG_NOSIGNAL | MSG_DONTWAIT) == 12) {
+        while (send(never_reads.Fd(), kPower.data(), 12, MSG_NOSIGNAL | MSG_DONTWAIT) == 12) {
         }
         EXPECT_EQ(errno, EAGAIN);  // the daemon serves one request; the others fill the socket
         ExpectSameAnswers();
@@ -111,10 +111,10 @@ TEST_F(ResourcesTest, SilentClientsAndClientsThatNeverReadDelayNoOther) {
 TEST_F(ResourcesTest, AClientMayLeaveAtEveryStepOfACall) {
     for (int i = 0; i < 200; ++i) {
         const RawClient connected, inside_a_request, before_the_reply, before_two, after_the_reply;
-        (void)Send(inside_a_request.fd(), kPower.substr(0, 6));
-        (void)Send(before_the_reply.fd(), kPower);
-        for (int request = 0; request < 2; ++request) (void)Send(before_two.fd(), kPower);
-        (void)Send(after_the_reply.fd(), kPower);
+        (void)Send(inside_a_request.Fd(), kPower.substr(0, 6));
+        (void)Send(before_the_reply.Fd(), kPower);
+        for (int request = 0; request < 2; ++request) (void)Send(before_two.Fd(), kPower);
+        (void)Send(after_the_reply.Fd(), kPower);
         EXPECT_NE(Receive(after_the_reply), "");
     }
 }
@@ -125,8 +125,8 @@ TEST_F(ResourcesTest, ManyCallsCostNoMemoryAndFiftyRecordsInThirtySeconds) {
     const long rounds = (calls != nullptr ? atol(calls) : 40'000) / 4;
     for (long round = 0; round < rounds && !HasFailure(); ++round) ExpectSameAnswers();
     std::cout << rounds * 4 << " calls, " << before_->memory_kib << " KiB before and "
-              << Vitals(daemon_->pid()).memory_kib << " KiB after them\n";
-    const auto records = std::ranges::count(daemon_->err(), '\n');
+              << Vitals(daemon_->Pid()).memory_kib << " KiB after them\n";
+    const auto records = std::ranges::count(daemon_->Err(), '\n');
     const auto elapsed = std::chrono::steady_clock::now() - start_;
     EXPECT_GE(records, 48);
     EXPECT_LE(records, 50 * (elapsed / std::chrono::seconds(30) + 1));

@@ -94,17 +94,17 @@ class SystemCallsTest : public PrivateRootTest {
     }
     // The daemon has three standard streams, the socket and epoll.
     void AwaitNoClient() {
-        ASSERT_TRUE(Eventually([&] { return Vitals(daemon_->pid()).descriptors == 5; }));
+        ASSERT_TRUE(Eventually([&] { return Vitals(daemon_->Pid()).descriptors == 5; }));
     }
 
     Child AttachStrace(const std::vector<std::string>& options) {
         std::vector<std::string> words{"/usr/bin/strace", "-o", "/run/trace", "-p",
-                                       std::to_string(daemon_->pid())};
+                                       std::to_string(daemon_->Pid())};
         words.insert(words.end(), options.begin(), options.end());
         unlink("/run/strace.err");
         Child strace(words, "/run/strace");
-        EXPECT_TRUE(Eventually([&] { return strace.err().find(" attached") != std::string::npos; }))
-            << strace.err();
+        EXPECT_TRUE(Eventually([&] { return strace.Err().find(" attached") != std::string::npos; }))
+            << strace.Err();
         return strace;
     }
     // The system calls during `ask` and until its connection is closed.
@@ -230,8 +230,8 @@ TEST_F(SystemCallsTest, AConnectionThatCannotBeWatchedIsClosed) {
     Trace({"-einject=epoll_ctl:error=ENOMEM:when=2"}, [&] {
         const RawSocket client(kPath);
         ASSERT_NO_FATAL_FAILURE(client.Connect());
-        for (int i = 0; i < 2; ++i) (void)Send(client.fd(), "BirQ\xff\xff\xff\0\0\0\0\0"s);
-        pollfd hang_up{client.fd(), 0, 0};
+        for (int i = 0; i < 2; ++i) (void)Send(client.Fd(), "BirQ\xff\xff\xff\0\0\0\0\0"s);
+        pollfd hang_up{client.Fd(), 0, 0};
         EXPECT_EQ(poll(&hang_up, 1, 60'000), 1) << "not closed";
     });
 }

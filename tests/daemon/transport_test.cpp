@@ -63,7 +63,7 @@ TEST_F(TransportTest, AMalformedMessageEndsItsConnectionOnly) {
         SCOPED_TRACE(c.what);
         const RawSocket client;
         ASSERT_NO_FATAL_FAILURE(client.Connect());
-        EXPECT_EQ(Send(client.fd(), c.message), ssize_t(c.message.size()));
+        EXPECT_EQ(Send(client.Fd(), c.message), ssize_t(c.message.size()));
         EXPECT_EQ(Receive(client), c.reply);
         ExpectAnswered(good_);
     }
@@ -80,7 +80,7 @@ TEST_F(TransportTest, AttachedDescriptorsAreRejectedOrClosed) {
     const msghdr message{nullptr, 0, &bytes, 1, control, sizeof(control), 0};
     *CMSG_FIRSTHDR(&message) = {CMSG_LEN(sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
     std::memcpy(CMSG_DATA(CMSG_FIRSTHDR(&message)), &ends[1], sizeof(int));
-    if (sendmsg(client.fd(), &message, MSG_NOSIGNAL) == 12) {
+    if (sendmsg(client.Fd(), &message, MSG_NOSIGNAL) == 12) {
         EXPECT_EQ(Receive(client), "BirP\xc3\xff\xff\xff\0\0\0\0"s);
     } else {
         EXPECT_EQ(errno, EPERM);  // Linux 6.16 and newer
@@ -94,25 +94,25 @@ TEST_F(TransportTest, AttachedDescriptorsAreRejectedOrClosed) {
 TEST_F(TransportTest, ARequestWaitsUntilThePeerTookThePreviousReply) {
     const RawSocket client;
     ASSERT_NO_FATAL_FAILURE(client.Connect());
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(Send(client.fd(), kRequest), 16);
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(Send(client.Fd(), kRequest), 16);
     for (int i = 0; i < 4; ++i) {
-        pollfd waiting{client.fd(), POLLIN, 0};
+        pollfd waiting{client.Fd(), POLLIN, 0};
         EXPECT_EQ(poll(&waiting, 1, 60'000), 1);
         ExpectAnswers();
         int unread = 0;
-        EXPECT_EQ(ioctl(client.fd(), FIONREAD, &unread), 0);
+        EXPECT_EQ(ioctl(client.Fd(), FIONREAD, &unread), 0);
         EXPECT_EQ(unread, 16) << "more than one reply";
         EXPECT_EQ(Receive(client), kReply);
     }
     {
         const RawSocket leaves;
         ASSERT_NO_FATAL_FAILURE(leaves.Connect());
-        EXPECT_EQ(Send(leaves.fd(), kRequest), 16);
-        EXPECT_EQ(Send(leaves.fd(), kStopRequest), 16);
+        EXPECT_EQ(Send(leaves.Fd(), kRequest), 16);
+        EXPECT_EQ(Send(leaves.Fd(), kStopRequest), 16);
         ExpectAnswers();
     }
     ExpectAnswers();
-    EXPECT_EQ(Send(client.fd(), kRequest), 16);
+    EXPECT_EQ(Send(client.Fd(), kRequest), 16);
     EXPECT_EQ(Receive(client), kReply);
 }
 
@@ -137,7 +137,7 @@ TEST_F(PrivateRootTest, AMalformedReplyIsAFailedTransaction) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         const StrongBinder binder = Connect();
-        const int peer = accept(listener.fd(), nullptr, nullptr);
+        const int peer = accept(listener.Fd(), nullptr, nullptr);
         // The replies to both calls are sent before the calls.
         for (int i = 0; i < 2; ++i) EXPECT_EQ(Send(peer, c.reply), ssize_t(c.reply.size()));
         int32_t number = 7;

@@ -85,10 +85,10 @@ void SendMessages(Input& input) {
     for (bool open = true; open && !input.empty();) {
         const std::string message = NextMessage(input);
         open = IsWellFormed(message);
-        (void)Send(client.fd(), message);
+        (void)Send(client.Fd(), message);
         EXPECT_EQ(Receive(client).substr(0, 4), open ? "BirP" : "");
     }
-    (void)shutdown(client.fd(), SHUT_WR);
+    (void)shutdown(client.Fd(), SHUT_WR);
     EXPECT_EQ(Receive(client), "");  // when the service has closed its end
     std::optional<DiskInfoParcel> info;
     EXPECT_TRUE(good_client->getDiskInfo(&info).isOk());

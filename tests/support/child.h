@@ -56,7 +56,7 @@ class Child {
         (void)Wait();
     }
 
-    pid_t pid() const { return pid_; }
+    pid_t Pid() const { return pid_; }
     void Kill(int signal = SIGKILL) {
         if (pid_ > 0) kill(pid_, signal);
     }
@@ -68,8 +68,8 @@ class Child {
         pid_ = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
-    std::string out() const { return ReadAll(outputs_ + ".out"); }
-    std::string err() const { return ReadAll(outputs_ + ".err"); }
+    std::string Out() const { return ReadAll(outputs_ + ".out"); }
+    std::string Err() const { return ReadAll(outputs_ + ".err"); }
 
   private:
     static pid_t Fork() {

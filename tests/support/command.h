@@ -37,8 +37,8 @@ class CommandTest : public PrivateRootTest {
         words.insert(words.begin(), COMMAND_PROGRAM);
         Child command(words, "/run/command", prepare);
         EXPECT_EQ(command.Wait(), status);
-        EXPECT_THAT(out_ = command.out(), out);
-        EXPECT_THAT(command.err(), err);
+        EXPECT_THAT(out_ = command.Out(), out);
+        EXPECT_THAT(command.Err(), err);
     }
 
     // Checks out_ with check_output.py: "schema" or "metrics".
@@ -46,7 +46,7 @@ class CommandTest : public PrivateRootTest {
         WriteFile("/run/output", out_);
         Child checker({"/usr/bin/python3", OUTPUT_CHECKER, form, SCHEMA_FILE}, "/run/checker",
                       [] { dup2(open("/run/output", O_RDONLY), 0); });
-        EXPECT_EQ(checker.Wait(), 0) << checker.err();
+        EXPECT_EQ(checker.Wait(), 0) << checker.Err();
     }
 
     // Starts the command with `output` as its standard output.

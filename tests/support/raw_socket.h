@@ -22,18 +22,18 @@ class RawSocket {
         std::strcpy(address_.sun_path, path);
     }
 
-    int fd() const { return fd_.get(); }
+    int Fd() const { return fd_.get(); }
     void Listen(int backlog = 8) const {
         MakeDirectory(std::filesystem::path(address_.sun_path).parent_path());
-        ASSERT_EQ(bind(fd(), address(), sizeof(address_)), 0) << strerror(errno);
-        ASSERT_EQ(listen(fd(), backlog), 0) << strerror(errno);
+        ASSERT_EQ(bind(Fd(), Address(), sizeof(address_)), 0) << strerror(errno);
+        ASSERT_EQ(listen(Fd(), backlog), 0) << strerror(errno);
     }
     void Connect() const {
-        ASSERT_EQ(connect(fd(), address(), sizeof(address_)), 0) << strerror(errno);
+        ASSERT_EQ(connect(Fd(), Address(), sizeof(address_)), 0) << strerror(errno);
     }
 
   private:
-    const sockaddr* address() const { return reinterpret_cast<const sockaddr*>(&address_); }
+    const sockaddr* Address() const { return reinterpret_cast<const sockaddr*>(&address_); }
 
     sockaddr_un address_{AF_UNIX, {}};
     base::UniqueFd fd_;
@@ -45,10 +45,10 @@ inline ssize_t Send(int fd, const std::string& bytes) {
 
 // The first bytes of the next message; "" at the end of the connection.
 inline std::string Receive(const RawSocket& socket) {
-    pollfd waiting{socket.fd(), POLLIN, 0};
+    pollfd waiting{socket.Fd(), POLLIN, 0};
     const auto wait = [&] { return poll(&waiting, 1, 60'000); };
     if (base::RetryOnInterrupt(wait) != 1) return "no message within a minute";
     char bytes[64];
-    const ssize_t size = recv(socket.fd(), bytes, sizeof(bytes), MSG_DONTWAIT);
+    const ssize_t size = recv(socket.Fd(), bytes, sizeof(bytes), MSG_DONTWAIT);
     return size > 0 ? std::string(bytes, static_cast<size_t>(size)) : "";
 }

@@ -127,7 +127,7 @@ class ServerTest : public PrivateRootTest {
         std::string bytes = "BirQ\0\0\0\0\4\0\0\0\0\0\0\0"s;
         std::memcpy(&bytes[4], &code, sizeof(code));
         std::memcpy(&bytes[12], &duration_ms, sizeof(duration_ms));
-        EXPECT_EQ(Send(client.fd(), bytes), 16);
+        EXPECT_EQ(Send(client.Fd(), bytes), 16);
     }
     // The number of the call that `client` gets a reply to; 0: the connection was closed.
     static int32_t Reply(const RawSocket& client) {
@@ -141,7 +141,7 @@ class ServerTest : public PrivateRootTest {
         clients_.emplace_back().Connect();
         return clients_.back();
     }
-    void AwaitStop() { EXPECT_EQ(waitpid(server_->pid(), nullptr, WUNTRACED), server_->pid()); }
+    void AwaitStop() { EXPECT_EQ(waitpid(server_->Pid(), nullptr, WUNTRACED), server_->Pid()); }
     void Stop() {
         server_->Kill(SIGSTOP);
         AwaitStop();
@@ -181,11 +181,11 @@ TEST_F(ServerTest, ARoundOfSlowCallsEndsEarlyAndLosesNoEvent) {
 TEST_F(ServerTest, AUserWithAllItsPlacesLosesConnectionsThatAreSilentFor10Seconds) {
     for (int i = 0; i < 64; ++i) {
         Request(AddClient(), 0);
-        pollfd replied{clients_.back().fd(), POLLIN, 0};
+        pollfd replied{clients_.back().Fd(), POLLIN, 0};
         ASSERT_EQ(poll(&replied, 1, 60'000), 1);
     }
     // A peer that shuts down keeps its place until it takes its reply.
-    EXPECT_EQ(shutdown(clients_[63].fd(), SHUT_RDWR), 0);
+    EXPECT_EQ(shutdown(clients_[63].Fd(), SHUT_RDWR), 0);
     EXPECT_EQ(Reply(AddClient()), 0);
     for (size_t i = 0; i < 63; ++i) EXPECT_GT(Reply(clients_[i]), 0);
     const auto use = [&](size_t i, int32_t duration_ms) {

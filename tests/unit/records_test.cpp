@@ -77,7 +77,7 @@ TEST_F(RecordsTest, BadNamesAndAFullStandardErrorDoNotStopTheDaemon) {
         const auto status = ConnectToService()->getFilesystemInfo(names[i % 3], &info);
         ASSERT_NE(AStatus_getExceptionCode(status.get()), EX_TRANSACTION_FAILED);
     }
-    const std::string process = "/proc/" + std::to_string(daemon.pid());
+    const std::string process = "/proc/" + std::to_string(daemon.Pid());
     EXPECT_EQ(std::filesystem::read_symlink(process + "/fd/0"), "/dev/null");
     EXPECT_EQ(std::filesystem::read_symlink(process + "/fd/1"), "/dev/null");
     std::string flags;
