@@ -50,8 +50,6 @@ version=${kernel#*vmlinuz-}
 unpack_modules() { # directory module...
   local to=$1 tree=$kernel_dir path name
   shift
-  [[ -e $tree/lib/modules ]] || ln -s usr/lib "$tree/lib"
-  /sbin/depmod -b "$tree" "$version"
   for name; do
     /sbin/modprobe -d "$tree" -S "$version" --show-depends "$name"
   done | awk '$1 == "insmod" && !seen[$2]++ { print $2 }' | while read -r path; do
