@@ -29,6 +29,9 @@ TEST_F(RegistrationTest, ANameThatNoProcessServesOrThatIsNoPathIsNotFound) {
         {"a/../../etc", EINVAL},
         {"a//b", EINVAL},
         {".a/b", EINVAL},
+        {"a..b", EINVAL},
+        {"a/", EINVAL},
+        {"a/.b", EINVAL},
         {std::string(95, 'a'), ENOENT},
         {std::string(96, 'a'), ENAMETOOLONG},
     };
@@ -87,6 +90,12 @@ TEST_F(RegistrationTest, OfServersThatStartTogetherOneServes) {
     }
     EXPECT_EQ(serving, 1);
     close(report[0]);
+}
+
+TEST_F(RegistrationTest, SymbolicLinksAreNotFollowed) {
+    ASSERT_EQ(symlink("/run", "/run/binder"), 0);
+    EXPECT_EQ(Child([] { _exit(-Register()); }).Wait(), ENOTDIR);
+    EXPECT_FALSE(std::filesystem::exists("/run/test.IService"));
 }
 
 TEST_F(RegistrationTest, WhatIsNotADeadServersSocketStays) {

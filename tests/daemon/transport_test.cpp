@@ -57,6 +57,8 @@ TEST_F(TransportTest, AMalformedMessageEndsItsConnectionOnly) {
         {"size too large", "BirQ\1\0\0\0\5\0\0\0\x15\0\0\0"s, ""},
         {"size negative", "BirQ\1\0\0\0\xff\xff\xff\xff\x15\0\0\0"s, ""},
         {"largest", "BirQ\1\0\0\0\0\0\1\0\x15"s + std::string(65535, '\0'), kReply},
+        {"one byte more than its header", "BirQ\1\0\0\0\0\0\1\0\x15"s + std::string(65536, '\0'),
+         ""},
         {"one byte more", "BirQ\1\0\0\0\1\0\1\0\x15"s + std::string(65536, '\0'), ""},
     };
     for (const auto& c : cases) {
