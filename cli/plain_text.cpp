@@ -1,6 +1,7 @@
 #include "plain_text.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <iomanip>
 #include <sstream>
