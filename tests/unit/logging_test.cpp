@@ -122,8 +122,8 @@ TEST(LoggingTest, AFullBrokenOrClosedStandardErrorNeitherBlocksNorKills) {
         close(ends[1]);
         close(STDERR_FILENO);
         LOG(ERROR) << "closed";
+        dup2(kept.get(), STDERR_FILENO);
     }
-    dup2(kept.get(), STDERR_FILENO);
 }
 
 TEST(LoggingTest, FatalRecordsRunTheAborter) {
