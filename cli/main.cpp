@@ -24,7 +24,7 @@ struct Outcome {
 
 std::string TextOf(const Document& document, const Options& options) {
     if (options.request.command == Command::kMetrics) return MetricsText(document);
-    if (!options.as_json) return PlainText(document, OutputHasColour());
+    if (!options.as_json) return PlainText(document, OutputIsDecorated(options.decoration));
     return ToJson(document).dump(2, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace) +
            "\n";
 }
@@ -91,6 +91,13 @@ ExitStatus Run(const Options& options) {
 
 }  // namespace
 }  // namespace disk_info::cli
+
+// Replaces the C++ library's terminate handler, which would add its demangler to the file.
+namespace __gnu_cxx {
+void __verbose_terminate_handler() {
+    std::abort();
+}
+}  // namespace __gnu_cxx
 
 int main(int argc, char** argv) {
     using namespace disk_info::cli;

@@ -18,9 +18,12 @@ bool OutputIsTerminal() {
     return isatty(STDOUT_FILENO) != 0;
 }
 
-bool OutputHasColour() {
+bool OutputIsDecorated(Decoration decoration) {
+    if (decoration != Decoration::kAuto) return decoration == Decoration::kAlways;
     const char* const no_color = std::getenv("NO_COLOR");
-    return OutputIsTerminal() && (no_color == nullptr || *no_color == '\0');
+    const char* const terminal = std::getenv("TERM");
+    return OutputIsTerminal() && (no_color == nullptr || *no_color == '\0') &&
+           (terminal == nullptr || std::string_view(terminal) != "dumb");
 }
 
 bool WriteOutput(std::string_view text) {

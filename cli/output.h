@@ -20,8 +20,12 @@ std::string Coloured(Colour colour, const std::string& text);
 
 bool OutputIsTerminal();
 
-// Whether standard output is a terminal and NO_COLOR is unset or empty.
-bool OutputHasColour();
+// When the output has colour and bars.
+enum class Decoration { kAuto, kAlways, kNever };
+inline constexpr const char* kDecorationNames[]{"auto", "always", "never"};
+
+// kAuto: whether standard output is a terminal other than "dumb", and NO_COLOR is unset or empty.
+bool OutputIsDecorated(Decoration decoration);
 
 // Writes and flushes; false if that failed.
 [[nodiscard]] bool WriteOutput(std::string_view text);

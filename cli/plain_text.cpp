@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <iomanip>
-#include <sstream>
 #include <utility>
 #include <vector>
 
@@ -107,16 +105,15 @@ std::string PlainText(const Document& document, bool decorated) {
         for (const Line& line : sections.back().lines) width = std::max(width, line.label.size());
     }
     const bool has_headings = sections.size() > 1;
-    std::ostringstream text;
-    text << std::left;
+    std::string text;
     for (const Section& section : sections) {
-        if (has_headings) text << (text.tellp() > 0 ? "\n" : "") << section.heading << "\n";
+        if (has_headings) text += (text.empty() ? "" : "\n") + section.heading + "\n";
         for (const auto& [label, words] : section.lines) {
-            text << (has_headings ? "  " : "") << std::setw(static_cast<int>(width) + 2)
-                 << label + ":" << words << "\n";
+            text += (has_headings ? "  " : "") + label + ":" +
+                    std::string(width + 1 - label.size(), ' ') + words + "\n";
         }
     }
-    return text.str();
+    return text;
 }
 
 }  // namespace disk_info::cli

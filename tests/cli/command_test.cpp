@@ -102,18 +102,23 @@ TEST_F(CommandTest, ExitStatusesAndStreams) {
         {{"--timeout", "3600", "fs", "metadata"}, 0, "Last error:          corrupted\n", ""},
         {{}, 3, "\n\nFilesystem userdata\n  Not available:  ", "disk_info: fs userdata: "},
         {{"fs", "cache"}, 3, "exception error -3", "partitions are userdata and metadata"},
-        {{"fs"}, 2, "", "PARTITION"},
-        {{"nonsense"}, 2, "", "Usage: disk_info"},
-        {{"info", "health"}, 2, "", "Usage: disk_info"},
-        {{"--watch", "0"}, 2, "", "not in range 1 to 86400"},
-        {{"--watch", "86401", "--json"}, 2, "", "not in range 1 to 86400"},
-        {{"--timeout", "0"}, 2, "", "not in range 1 to 3600"},
-        {{"--timeout", "3601"}, 2, "", "not in range 1 to 3600"},
+        {{"fs"}, 2, "", "fs: PARTITION is missing; it is userdata or metadata\nTry 'disk_info --h"},
+        {{"nonsense"}, 2, "", "disk_info: unknown command 'nonsense'\nTry "},
+        {{"info", "\x1b"}, 2, "", "disk_info: unexpected argument '\\u001b'\nTry "},
+        {{"--nonsense"}, 2, "", "disk_info: invalid option '--nonsense'\nTry "},
+        {{"-hx"}, 2, "", "disk_info: invalid option '-x'\nTry "},
+        {{"info", "--timeout"}, 2, "", "disk_info: --timeout: a value is missing\nTry "},
+        {{"--color=no"}, 2, "", "disk_info: --color: 'no' is not auto, always or never\nTry "},
+        {{"--watch", "0"}, 2, "", "--watch: '0' is not a whole number from 1 to 86400\n"},
+        {{"--watch", "86401", "--json"}, 2, "", "'86401' is not a whole number from 1 to 86400\n"},
+        {{"--timeout", "1s"}, 2, "", "--timeout: '1s' is not a whole number from 1 to 3600\n"},
+        {{"--timeout", "3601"}, 2, "", "'3601' is not a whole number from 1 to 3600\n"},
         {{"--watch", "86400", "--json"}, 2, "", "--watch and --json cannot be combined\n"},
         {{"--watch", "1", "metrics"}, 2, "", "--watch and metrics cannot be combined\n"},
         {{"--json", "metrics"}, 2, "", "--json and metrics cannot be combined\n"},
-        {{"--help"}, 0, "Usage: disk_info", ""},
-        {{"--version"}, 0, "disk_info 1.", ""},
+        {{"--help"}, 0, "Usage: disk_info [OPTION]... [COMMAND]\n", ""},
+        {{"fs", "-h"}, 0, "Usage: disk_info fs [OPTION]... PARTITION\n", ""},
+        {{"-V"}, 0, "disk_info 1.", ""},
     };
     const auto contains = [](const char* text) {
         return *text == '\0' ? Text("") : Text(HasSubstr(text));
@@ -161,13 +166,25 @@ TEST_F(CommandTest, MalformedRepliesAreAConnectionError) {
     Expect({"--json"}, 4, "", MatchesRegex("disk_info: [^\n]* malformed [^\n]*\n"));
 }
 
-TEST_F(CommandTest, ATerminalGetsColouredBarsUnlessNoColorIsSet) {
+TEST_F(CommandTest, ATerminalGetsColouredBarsUnlessTheyAreUnwanted) {
     const OtherService service(ServeLater);
-    EXPECT_EQ(StartOn(kTerminalInside, {"health"}).Wait(), 0);
-    EXPECT_THAT(ReadUpTo("threshold of 10 %\r\n"),
-                HasSubstr(" [\x1b[31m##\x1b[0m..................] 9 %\r\n"));
-    EXPECT_EQ(StartOn(kTerminalInside, {"health"}, "1").Wait(), 0);
-    EXPECT_THAT(ReadUpTo("threshold of 10 %\r\n"), HasSubstr("spare:           9 %\r\n"));
+    const struct {
+        const char* variable;
+        const char* color;
+        bool expected;
+    } cases[] = {{"NO_COLOR=", "auto", true},
+                 {"NO_COLOR=1", "auto", false},
+                 {"TERM=dumb", "auto", false},
+                 {"NO_COLOR=", "never", false},
+                 {"TERM=dumb", "always", true}};
+    for (const auto& c : cases) {
+        const Words words{"health", "--color", c.color};
+        EXPECT_EQ(StartOn(kTerminalInside, words, c.variable).Wait(), 0);
+        EXPECT_THAT(ReadUpTo("threshold of 10 %\r\n"),
+                    HasSubstr(c.expected ? "[\x1b[31m##\x1b[0m..................] 9 %\r\n"
+                                         : "spare:           9 %\r\n"))
+            << c.variable << " --color " << c.color;
+    }
 }
 
 TEST_F(CommandTest, OutputThatCannotBeWrittenIsStatus1) {
