@@ -117,9 +117,12 @@ Document MakeDocument(const Request& request, const Answerer& answer) {
     Document document;
     document.results = CallsOf(request);
     for (Result& result : document.results) result.answer = answer(result.call, result.partition);
-    if (const Result* const health = document.Find(Call::kHealth)) {
-        document.assessment = Assess(health->answer.Fields());
+    std::vector<Subject> subjects;
+    for (const Result& result : document.results) {
+        if (result.call != Call::kHealth && result.call != Call::kFilesystem) continue;
+        subjects.push_back({result.partition, result.answer.Fields()});
     }
+    if (!subjects.empty()) document.assessment = Assess(subjects);
     return document;
 }
 

@@ -1,4 +1,4 @@
-// A document: the calls of one request, their answers, and the verdict on the health. Every output
+// A document: the calls of one request, their answers, and the verdict on them. Every output
 // form prints it. It is built once for a request, owns all of its data and holds no connection.
 #pragma once
 
@@ -65,7 +65,7 @@ struct Document {
     const Result* Find(Call call) const;
 
     std::vector<Result> results;           // in output order
-    std::optional<Assessment> assessment;  // if the health call is included
+    std::optional<Assessment> assessment;  // if it includes the health or a filesystem
     std::string warning;                   // one line for the user; "": none
 };
 

@@ -24,7 +24,8 @@ struct Outcome {
 
 std::string TextOf(const Document& document, const Options& options) {
     if (options.request.command == Command::kMetrics) return MetricsText(document);
-    if (!options.as_json) return PlainText(document, OutputIsDecorated(options.decoration));
+    if (!options.as_json)
+        return PlainText(document, OutputIsDecorated(options.decoration), OutputSize().columns);
     return ToJson(document).dump(2, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace) +
            "\n";
 }

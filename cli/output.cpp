@@ -1,5 +1,6 @@
 #include "output.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <array>
@@ -16,6 +17,12 @@ std::string Coloured(Colour colour, const std::string& text) {
 
 bool OutputIsTerminal() {
     return isatty(STDOUT_FILENO) != 0;
+}
+
+Size OutputSize() {
+    winsize size = {};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return {0, 0};
+    return {size.ws_row, size.ws_col};
 }
 
 bool OutputIsDecorated(Decoration decoration) {

@@ -20,6 +20,13 @@ std::string Coloured(Colour colour, const std::string& text);
 
 bool OutputIsTerminal();
 
+// Zeros if standard output is no terminal or the terminal does not report its size.
+struct Size {
+    size_t rows;
+    size_t columns;
+};
+Size OutputSize();
+
 // When the output has colour and bars.
 enum class Decoration { kAuto, kAlways, kNever };
 inline constexpr const char* kDecorationNames[]{"auto", "always", "never"};

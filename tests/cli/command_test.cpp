@@ -181,7 +181,7 @@ TEST_F(CommandTest, ATerminalGetsColouredBarsUnlessTheyAreUnwanted) {
         const Words words{"health", "--color", c.color};
         EXPECT_EQ(StartOn(kTerminalInside, words, c.variable).Wait(), 0);
         EXPECT_THAT(ReadUpTo("threshold of 10 %\r\n"),
-                    HasSubstr(c.expected ? "[\x1b[31m##\x1b[0m..................] 9 %\r\n"
+                    HasSubstr(c.expected ? "[\x1b[31m##\x1b[0m..................] \x1b[31m9 %\x1b["
                                          : "spare:           9 %\r\n"))
             << c.variable << " --color " << c.color;
     }
