@@ -4,8 +4,6 @@
 #include <iterator>
 #include <utility>
 
-#include "format.h"
-
 namespace disk_info::cli {
 
 namespace {
@@ -15,24 +13,9 @@ constexpr uint64_t kLargestExact = uint64_t{1} << 53;
 
 constexpr const char* kPartitions[] = {"userdata", "metadata"};
 
-struct ErrorText {
-    const char* kind;
-    const char* advice;
-};
-
-ErrorText TextFor(ErrorKind kind) {
-    switch (kind) {
-        case ErrorKind::kConnection:
-            return {"connection", ""};
-        case ErrorKind::kService:
-            return {"service",
-                    "the data cannot be read, or this disk or partition is not supported"};
-        case ErrorKind::kException:
-            return {"exception", "the supported partitions are userdata and metadata"};
-        case ErrorKind::kReply:
-            break;
-    }
-    return {"reply", "the reply could not be decoded; update the package disk-info"};
+const char* NameOf(ErrorKind kind) {
+    static constexpr const char* kNames[]{"connection", "service", "exception", "reply"};
+    return kNames[static_cast<size_t>(kind)];
 }
 
 // The calls of the request, not answered yet.
@@ -69,8 +52,7 @@ Json WithExactTexts(const Json& fields) {
 
 Json ToJson(const Answer& answer) {
     if (answer.error) {
-        return {
-            {"error", {{"kind", TextFor(answer.error->kind).kind}, {"code", answer.error->code}}}};
+        return {{"error", {{"kind", NameOf(answer.error->kind)}, {"code", answer.error->code}}}};
     }
     const Json* const fields = answer.Fields();
     if (fields == nullptr) return nullptr;
@@ -104,10 +86,6 @@ const char* NameOf(Call call) {
     return kNames[static_cast<size_t>(call)];
 }
 
-std::string Describe(const CallError& error) {
-    return std::string(TextFor(error.kind).kind) + " error " + std::to_string(error.code);
-}
-
 const Result* Document::Find(Call call) const {
     const auto found = std::ranges::find(results, call, &Result::call);
     return found != results.end() ? &*found : nullptr;
@@ -132,18 +110,6 @@ Document UnansweredDocument(const Request& request) {
         answer.error = {ErrorKind::kConnection, 0};
         return answer;
     });
-}
-
-std::vector<std::string> FailureLines(const Document& document) {
-    std::vector<std::string> lines;
-    for (const Result& result : document.results) {
-        const std::optional<CallError>& error = result.answer.error;
-        if (!error || error->kind == ErrorKind::kConnection) continue;
-        std::string line = NameOf(result.call);
-        if (result.call == Call::kFilesystem) line += " " + Printable(result.partition);
-        lines.push_back(line + ": " + Describe(*error) + "; " + TextFor(error->kind).advice);
-    }
-    return lines;
 }
 
 Json ToJson(const Document& document) {

@@ -40,8 +40,6 @@ struct CallError {
     ErrorKind kind;
     int32_t code;
 };
-// Kind and code of the error, for example "service error -1".
-std::string Describe(const CallError& error);
 
 enum class Arm { kNone, kNvme, kUfs };  // kNone: a filesystem, or no fields
 
@@ -75,10 +73,6 @@ Document MakeDocument(const Request& request, const Answerer& answer);
 
 // The document of a request that did not reach the service: a connection error for every call.
 Document UnansweredDocument(const Request& request);
-
-// One line for each failed call, with advice. A connection error has no line: the caller prints the
-// message of the ConnectionError instead.
-std::vector<std::string> FailureLines(const Document& document);
 
 // The published form; packaging/disk_info.schema.json describes it.
 Json ToJson(const Document& document);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "failures.h"
 #include "metrics.h"
 #include "options.h"
 #include "output.h"

@@ -132,7 +132,6 @@ Line VerdictLine(const std::string& label, const Assessment& assessment) {
 
 std::vector<Line> LinesFor(const Result& result, const std::optional<Assessment>& assessment,
                            bool has_bars) {
-    if (result.answer.error) return {{"Not available", {}, {{Describe(*result.answer.error)}}}};
     const Json* const fields = result.answer.Fields();
     if (fields == nullptr) return {{"Result", {}, {{"none"}}}};
     std::vector<Line> lines;
@@ -153,12 +152,13 @@ std::vector<Line> LinesFor(const Result& result, const std::optional<Assessment>
 std::vector<Section> SectionsFor(const Document& document, bool has_bars) {
     std::vector<Section> sections;
     for (const Result& result : document.results) {
+        if (result.answer.error) continue;
         const std::string heading = result.call == Call::kFilesystem
                                         ? "Filesystem " + Printable(result.partition)
                                         : Label(NameOf(result.call));
         sections.push_back({heading, LinesFor(result, document.assessment, has_bars)});
     }
-    if (sections.size() == 1 && document.assessment) {
+    if (!sections.empty() && document.results.size() == 1 && document.assessment) {
         sections.front().lines.push_back(VerdictLine("Verdict", *document.assessment));
     }
     return sections;
@@ -192,8 +192,8 @@ std::string PlainText(const Document& document, bool decorated, size_t width) {
     }
     if (width != 0) label_width = std::min(label_width, width / 2);
     Writer writer(decorated, width);
-    const bool has_headings = sections.size() > 1;
-    if (has_headings && document.assessment) {
+    const bool has_headings = document.results.size() > 1;
+    if (has_headings && !sections.empty() && document.assessment) {
         const Line line = VerdictLine(Identity(document) + ": ", *document.assessment);
         writer.Write({line.label});
         writer.WriteLine(line.start, line.paragraphs);

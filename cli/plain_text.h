@@ -1,6 +1,6 @@
 // A document for people: aligned "Label: words" lines, a headed section for each call if there is
 // more than one, and the verdict with its reasons at the end of the health or of the filesystem.
-// The status begins with a summary. Lines that do not apply are left out.
+// The status begins with a summary. Lines that do not apply and calls that failed are left out.
 #pragma once
 
 #include <string>

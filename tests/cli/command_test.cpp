@@ -67,7 +67,7 @@ TEST_F(CommandTest, StatusAsJsonIsOneDocument) {
                         "  \"filesystems\": [{]\n    \"userdata\": [{]\n      \"error\": [{]\n"
                         "        \"kind\": \"service\",\n        \"code\": -1\n.*"
                         "\"metadata\": [{]\n      \"errorCount\": 3,\n.*\"assessment\": .*"),
-           MatchesRegex("disk_info: fs userdata: service error -1; [^\n]*\n"));
+           MatchesRegex("disk_info: fs userdata: service error -1: [^\n]*\n"));
     ExpectValid("schema");
 }
 
@@ -100,8 +100,14 @@ TEST_F(CommandTest, ExitStatusesAndStreams) {
     } cases[] = {
         {{"power", "--json"}, 0, "{\n  \"schemaVersion\": 1,\n  \"power\": {", ""},
         {{"--timeout", "3600", "fs", "metadata"}, 0, "Last error:          corrupted\n", ""},
-        {{}, 3, "\n\nFilesystem userdata\n  Not available:  ", "disk_info: fs userdata: "},
-        {{"fs", "cache"}, 3, "exception error -3", "partitions are userdata and metadata"},
+        {{},
+         3,
+         "Active:                             yes\n\nFilesystem metadata\n",
+         "fs userdata: service error -1: /dev/block/mapper/userdata leads to a missing device; "},
+        {{"fs", "cache"},
+         3,
+         "",
+         "fs cache: partition 'cache' is not served; served are userdata and metadata\n"},
         {{"fs"}, 2, "", "fs: PARTITION is missing; it is userdata or metadata\nTry 'disk_info --h"},
         {{"nonsense"}, 2, "", "disk_info: unknown command 'nonsense'\nTry "},
         {{"info", "\x1b"}, 2, "", "disk_info: unexpected argument '\\u001b'\nTry "},
@@ -124,6 +130,16 @@ TEST_F(CommandTest, ExitStatusesAndStreams) {
         return *text == '\0' ? Text("") : Text(HasSubstr(text));
     };
     for (const auto& c : cases) Expect(c.arguments, c.status, contains(c.out), contains(c.err));
+}
+
+TEST_F(CommandTest, AServiceErrorNamesTheMissingLinkOrTheJournal) {
+    const Daemon service{SERVICE_PROGRAM};
+    unlink("/dev/block/by-name/userdata");
+    Expect({}, 3, HasSubstr("Disk: watch: Error count of metadata: 3\n"),
+           HasSubstr("disk_info: info, health, power: service error -1: "
+                     "/dev/block/by-name/userdata is missing; "));
+    WriteFile("/dev/block/by-name/userdata", "");
+    Expect({"info"}, 3, "", HasSubstr("; see journalctl -u disk-info.service\n"));
 }
 
 TEST_F(CommandTest, ConnectionErrorsHaveAdvice) {
@@ -154,7 +170,8 @@ TEST_F(CommandTest, TheTimeLimitCoversConnectingAndCalls) {
 TEST_F(CommandTest, KnownFieldsOfAnotherInterfaceAreShown) {
     const OtherService service(ServeLater);
     const Text error = MatchesRegex(
-        "disk_info: [^\n]*\\(hash later\\)[^\n]*\ndisk_info: power: reply error -22; [^\n]*\n");
+        "disk_info: [^\n]*\\(hash later\\)[^\n]*\ndisk_info: power: [^\n]* [(]status -22[)]; "
+        "[^\n]*\n");
     Expect({"--json"}, 3, HasSubstr("\"availableSpare\": 9,"), error);
     ExpectValid("schema");
     Expect({"metrics"}, 3, HasSubstr("spare_ratio 0.09\n"), error);

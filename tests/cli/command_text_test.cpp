@@ -131,7 +131,6 @@ TEST(CommandTextTest, PlainTextBeginsWithASummaryAndMarksFindings) {
               "                              \x1b[33m100 % used\x1b[0m\n"
               "  Critical warning:          \x1b[31mthe media is read-only; bit 6\x1b[0m\n"
               "  Media errors:              \x1b[33m2\x1b[0m\n\n"
-              "Power\n  Not available:             service error -1\n\n"
               "Filesystem userdata\n  Result:                    none\n\n"
               "Filesystem metadata\n  Error count:               \x1b[33m3\x1b[0m\n"
               "  Sysfs path:                /\\u001b\n");
