@@ -4,12 +4,16 @@
 #include <iterator>
 #include <utility>
 
+#include "readings.h"
+
 namespace disk_info::cli {
 
 namespace {
 
 // Many JSON readers store numbers as double, which is exact up to this value.
 constexpr uint64_t kLargestExact = uint64_t{1} << 53;
+
+constexpr int kSchemaVersion = 1;
 
 constexpr const char* kPartitions[] = {"userdata", "metadata"};
 
@@ -30,6 +34,7 @@ std::vector<Result> CallsOf(const Request& request) {
         case Command::kFilesystem:
             return {{Call::kFilesystem, request.partition, {}}};
         case Command::kStatus:
+        case Command::kCheck:
         case Command::kMetrics:
             break;
     }
@@ -69,8 +74,19 @@ Json ToJson(const Answer& answer) {
 
 Json ToJson(const Assessment& assessment) {
     Json reasons = Json::array();
-    for (const Finding& finding : assessment.findings) reasons.push_back(finding.reason);
-    return {{"verdict", NameOf(assessment.verdict)}, {"reasons", std::move(reasons)}};
+    Json findings = Json::array();
+    for (const Finding& finding : assessment.findings) {
+        reasons.push_back(finding.reason);
+        if (finding.field.empty()) continue;
+        const Json partition = finding.partition.empty() ? Json() : Json(finding.partition);
+        findings.push_back({{"field", finding.field},
+                            {"partition", partition},
+                            {"verdict", NameOf(finding.verdict)},
+                            {"reason", finding.reason}});
+    }
+    return {{"verdict", NameOf(assessment.verdict)},
+            {"reasons", std::move(reasons)},
+            {"findings", std::move(findings)}};
 }
 
 }  // namespace
@@ -113,7 +129,7 @@ Document UnansweredDocument(const Request& request) {
 }
 
 Json ToJson(const Document& document) {
-    Json json{{"schemaVersion", 1}};
+    Json json{{"schemaVersion", kSchemaVersion}};
     for (const Result& result : document.results) {
         if (result.call == Call::kFilesystem) {
             json["filesystems"][result.partition] = ToJson(result.answer);
@@ -122,7 +138,13 @@ Json ToJson(const Document& document) {
         }
     }
     if (document.assessment) json["assessment"] = ToJson(*document.assessment);
+    json["readings"] = Readings(document);
     return json;
+}
+
+Json ErrorToJson(const std::string& message) {
+    return {{"schemaVersion", kSchemaVersion},
+            {"error", {{"kind", NameOf(ErrorKind::kConnection)}, {"message", message}}}};
 }
 
 }  // namespace disk_info::cli

@@ -14,9 +14,10 @@
 
 namespace disk_info::cli {
 
-// The sub-commands. kStatus and kMetrics make all calls.
-enum class Command { kStatus, kInfo, kHealth, kPower, kFilesystem, kMetrics };
-inline constexpr const char* kCommandNames[]{"status", "info", "health", "power", "fs", "metrics"};
+// The sub-commands. kStatus, kCheck and kMetrics make all calls.
+enum class Command { kStatus, kInfo, kHealth, kPower, kFilesystem, kCheck, kMetrics };
+inline constexpr const char* kCommandNames[]{"status", "info",  "health", "power",
+                                             "fs",     "check", "metrics"};
 constexpr const char* NameOf(Command command) {
     return kCommandNames[static_cast<size_t>(command)];
 }
@@ -76,5 +77,7 @@ Document UnansweredDocument(const Request& request);
 
 // The published form; packaging/disk_info.schema.json describes it.
 Json ToJson(const Document& document);
+// The published form if the service did not answer.
+Json ErrorToJson(const std::string& message);
 
 }  // namespace disk_info::cli

@@ -86,7 +86,10 @@ std::vector<std::string> FailureLines(const Document& document) {
         }
     }
     std::vector<std::string> lines;
-    for (const auto& [calls, reason] : failures) lines.push_back(calls + ": " + reason);
+    lines.reserve(failures.size());
+    for (Failure& failure : failures) {
+        lines.push_back(failure.calls.append(": ").append(failure.reason));
+    }
     return lines;
 }
 

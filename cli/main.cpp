@@ -4,8 +4,10 @@
 #include <cstdlib>
 #include <ctime>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "check.h"
 #include "failures.h"
 #include "metrics.h"
 #include "options.h"
@@ -20,37 +22,56 @@ namespace {
 struct Outcome {
     std::string text;                   // for standard output
     std::vector<std::string> messages;  // for standard error, one line each
-    ExitStatus status = kAllAnswered;
+    int status = kAllAnswered;
 };
 
-std::string TextOf(const Document& document, const Options& options) {
-    if (options.request.command == Command::kMetrics) return MetricsText(document);
-    if (!options.as_json)
-        return PlainText(document, OutputIsDecorated(options.decoration), OutputSize().columns);
-    return ToJson(document).dump(2, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace) +
-           "\n";
+std::string JsonText(const Json& json) {
+    return json.dump(2, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace) + "\n";
+}
+
+Outcome Answered(const Document& document, const Options& options) {
+    Outcome outcome;
+    if (options.request.command == Command::kCheck) {
+        CheckResult result = Check(document);
+        return {std::move(result.text), {}, result.status};
+    }
+    outcome.messages = FailureLines(document);
+    if (!outcome.messages.empty()) outcome.status = kServiceError;
+    if (!document.warning.empty()) {
+        outcome.messages.insert(outcome.messages.begin(), document.warning);
+    }
+    if (options.request.command == Command::kMetrics) {
+        outcome.text = MetricsText(document);
+    } else if (options.as_json) {
+        outcome.text = JsonText(ToJson(document));
+    } else {
+        outcome.text =
+            PlainText(document, OutputIsDecorated(options.decoration), OutputSize().columns);
+    }
+    return outcome;
+}
+
+// Programs get an answer on standard output too: they may not read the exit status.
+Outcome NotAnswered(const std::string& message, const Options& options) {
+    Outcome outcome{"", {message}, kNotAnswered};
+    if (options.request.command == Command::kCheck) {
+        CheckResult result = FailedCheck(message);
+        return {std::move(result.text), {}, result.status};
+    }
+    if (options.request.command == Command::kMetrics) {
+        outcome.text = MetricsText(UnansweredDocument(options.request));
+    }
+    if (options.as_json) outcome.text = JsonText(ErrorToJson(message));
+    return outcome;
 }
 
 Outcome QueryOnce(const Options& options) {
-    Outcome outcome;
     try {
         const std::chrono::seconds limit(options.timeout_seconds);
-        const Document document = QueryWithin(limit, options.request);
-        outcome.text = TextOf(document, options);
-        outcome.messages = FailureLines(document);
-        if (!outcome.messages.empty()) outcome.status = kServiceError;
-        if (!document.warning.empty()) {
-            outcome.messages.insert(outcome.messages.begin(), document.warning);
-        }
+        return Answered(QueryWithin(limit, options.request), options);
     } catch (const ConnectionError& error) {
-        outcome.messages.emplace_back(error.what());
-        outcome.status = kNotAnswered;
-        // A collector reads the text and not the exit status.
-        if (options.request.command == Command::kMetrics) {
-            outcome.text = TextOf(UnansweredDocument(options.request), options);
-        }
+        return NotAnswered(error.what(), options);
     }
-    return outcome;
 }
 
 std::string WithPrefix(const std::string& message) {
@@ -77,16 +98,14 @@ std::string Frame(const Options& options) {
     return text;
 }
 
-ExitStatus Run(const Options& options) {
-    Outcome outcome;
+int Run(const Options& options) {
+    const bool is_check = options.request.command == Command::kCheck;
+    Outcome outcome{"", {"cannot write the output"}, is_check ? kCheckUnknown : kOutputFailed};
     if (options.watch_seconds > 0) {
         Watch(options.watch_seconds, [&] { return Frame(options); });
-        outcome.status = kOutputFailed;
-    } else {
-        outcome = QueryOnce(options);
-        if (!WriteOutput(outcome.text)) outcome = {"", {}, kOutputFailed};
+    } else if (Outcome answer = QueryOnce(options); WriteOutput(answer.text)) {
+        outcome = std::move(answer);
     }
-    if (outcome.status == kOutputFailed) outcome.messages = {"cannot write the output"};
     for (const std::string& message : outcome.messages) PrintMessage(message);
     return outcome.status;
 }
@@ -106,8 +125,6 @@ int main(int argc, char** argv) {
     int exit_status = kAllAnswered;
     const std::optional<Options> options = ParseOptions(argc, argv, &exit_status);
     if (!options) return exit_status;
-    const ExitStatus status = Run(*options);
     // An abandoned query may still use static objects, so they must not be destroyed.
-    if (status == kNotAnswered || status == kOutputFailed) std::_Exit(status);
-    return status;
+    std::_Exit(Run(*options));
 }

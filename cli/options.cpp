@@ -2,12 +2,14 @@
 
 #include <getopt.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <string>
 
+#include "check.h"
 #include "format.h"
 
 namespace disk_info::cli {
@@ -24,6 +26,7 @@ constexpr struct {
     {"", "wear, errors and a verdict"},
     {"", "current power state"},
     {" PARTITION", "error counters of an ext4 filesystem, userdata or metadata"},
+    {"", "one line and an exit status for a monitoring system"},
     {"", "all values as OpenMetrics text for a collector"},
 };
 static_assert(std::size(kCommandHelp) == std::size(kCommandNames));
@@ -47,7 +50,7 @@ constexpr struct {
 };
 
 bool IsForPrograms(Command command) {
-    return command == Command::kMetrics;
+    return command == Command::kCheck || command == Command::kMetrics;
 }
 
 struct Parser {
@@ -203,7 +206,10 @@ std::optional<Options> ParseOptions(int argc, char** argv, int* exit_status) {
     if (!message.empty()) {
         (void)std::fprintf(stderr, "disk_info: %s\nTry 'disk_info --help' for more information.\n",
                            message.c_str());
-        *exit_status = kWrongUsage;
+        // For a monitoring system the status of wrong usage would mean "critical".
+        const bool is_check =
+            std::find(argv, argv + argc, std::string_view("check")) != argv + argc;
+        *exit_status = is_check ? kCheckUnknown : kWrongUsage;
         return std::nullopt;
     }
     if (!parser.help && !parser.version) return parser.options;

@@ -8,6 +8,7 @@
 
 namespace disk_info::cli {
 
+// Of all commands but check, whose statuses are those of CheckResult.
 enum ExitStatus {
     kAllAnswered = 0,
     kOutputFailed = 1,

@@ -164,8 +164,9 @@ std::vector<Section> SectionsFor(const Document& document, bool has_bars) {
     return sections;
 }
 
-// Model, type and size of the disk, as far as they are reported.
-std::string Identity(const Document& document) {
+}  // namespace
+
+std::string DiskTitle(const Document& document) {
     const Result* const info = document.Find(Call::kInfo);
     const Json* const fields = info != nullptr ? info->answer.Fields() : nullptr;
     std::string text;
@@ -178,8 +179,6 @@ std::string Identity(const Document& document) {
     }
     return text.empty() ? "Disk" : text;
 }
-
-}  // namespace
 
 std::string PlainText(const Document& document, bool decorated, size_t width) {
     const std::vector<Section> sections =
@@ -194,7 +193,7 @@ std::string PlainText(const Document& document, bool decorated, size_t width) {
     Writer writer(decorated, width);
     const bool has_headings = document.results.size() > 1;
     if (has_headings && !sections.empty() && document.assessment) {
-        const Line line = VerdictLine(Identity(document) + ": ", *document.assessment);
+        const Line line = VerdictLine(DiskTitle(document) + ": ", *document.assessment);
         writer.Write({line.label});
         writer.WriteLine(line.start, line.paragraphs);
     }

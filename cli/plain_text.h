@@ -9,6 +9,9 @@
 
 namespace disk_info::cli {
 
+// Vendor and model, type and size of the disk, as far as they are reported; otherwise "Disk".
+std::string DiskTitle(const Document& document);
+
 // Decorated: wear and spare have bars, and the verdict and each value that affects it have colour.
 // `width`: columns of a line, which ends between words; 0: any number.
 std::string PlainText(const Document& document, bool decorated, size_t width = 0);

@@ -122,6 +122,8 @@ TEST_F(CommandTest, ExitStatusesAndStreams) {
         {{"--watch", "86400", "--json"}, 2, "", "--watch and --json cannot be combined\n"},
         {{"--watch", "1", "metrics"}, 2, "", "--watch and metrics cannot be combined\n"},
         {{"--json", "metrics"}, 2, "", "--json and metrics cannot be combined\n"},
+        {{"check"}, 1, "DISK WARNING - V\\ufffd\\u001b[2J\\\" M\\u00e9, UFS: Error count", ""},
+        {{"check", "--json"}, 3, "", "--json and check cannot be combined\n"},
         {{"--help"}, 0, "Usage: disk_info [OPTION]... [COMMAND]\n", ""},
         {{"fs", "-h"}, 0, "Usage: disk_info fs [OPTION]... PARTITION\n", ""},
         {{"-V"}, 0, "disk_info 1.", ""},
@@ -146,7 +148,10 @@ TEST_F(CommandTest, ConnectionErrorsHaveAdvice) {
     const Text missing = MatchesRegex(
         "disk_info: cannot connect to [^\n]*: No such file or "
         "directory; [^\n]*: systemctl enable --now disk-info.socket\n");
-    Expect({"--json"}, 4, "", missing);
+    Expect({"--json"}, 4, HasSubstr(" \"kind\": \"connection\",\n    \"message\": \"cannot"),
+           missing);
+    ExpectValid("schema");
+    Expect({"check"}, 3, HasSubstr("DISK UNKNOWN - cannot connect to "), "");
     Expect({"metrics"}, 4, HasSubstr("disk_info_up{call=\"health\"} 0\n"), missing);
     const Daemon service{SERVICE_PROGRAM};
     ASSERT_EQ(chmod(kPath, 0), 0);
@@ -180,7 +185,8 @@ TEST_F(CommandTest, KnownFieldsOfAnotherInterfaceAreShown) {
 
 TEST_F(CommandTest, MalformedRepliesAreAConnectionError) {
     const OtherService service(ServeMalformed);
-    Expect({"--json"}, 4, "", MatchesRegex("disk_info: [^\n]* malformed [^\n]*\n"));
+    Expect({"--json"}, 4, HasSubstr("malformed"),
+           MatchesRegex("disk_info: [^\n]* malformed [^\n]*\n"));
 }
 
 TEST_F(CommandTest, ATerminalGetsColouredBarsUnlessTheyAreUnwanted) {

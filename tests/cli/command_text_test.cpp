@@ -1,4 +1,5 @@
 // Documents as text: words, verdict, plain text and metrics.
+#include <cli/check.h>
 #include <cli/fields.h>
 #include <cli/metrics.h>
 #include <cli/plain_text.h>
@@ -146,6 +147,55 @@ TEST(CommandTextTest, PlainTextBeginsWithASummaryAndMarksFindings) {
               "Result:  none\nVerdict: unknown: the health data could not be read\n");
     const Document status = DocumentOf(Command::kStatus, R"({"fsmetadata": {"errorCount": 0}})");
     EXPECT_THAT(PlainText(status, false), testing::StartsWith("Disk: unknown: the health data "));
+}
+
+TEST(CommandTextTest, CheckHasAStatusOneLineAndPerformanceData) {
+    const struct {
+        const char* answers;
+        int status;
+        const char* text;
+    } cases[] = {
+        {R"({"info": {"modelNumber": "a|b"}, "health": {"percentageUsed": 89},
+             "fsmetadata": {"errorCount": 0}})",
+         0,
+         "DISK OK - a b: all reported values are within limits | life_used=89%;89 "
+         "errors_metadata=0;0\n"},
+        {R"({"health": {"availableSpare": 10, "availableSpareThreshold": 10,
+                        "numberOfMediaErrors": 1, "dataUnitsWritten": 2}})",
+         1,
+         "DISK WARNING - Disk: Available spare: 10 %, at its threshold of 10 %; Media errors: 1 "
+         "| spare=10%;11:;10: media_errors=1;0 written=1024000B\n"},
+        {R"({"health": {"preEndOfLifeInfo": "0x03", "deviceLifeTimeEstimationA": "0x0b"}})", 2,
+         "DISK CRITICAL - Disk: Reserved blocks: urgent; Life time estimation A: beyond the "
+         "expected life | life_used=100%;89\n"},
+        {R"({"info": -1, "health": -1})", 3, "DISK UNKNOWN - info, health: service error -1: "},
+    };
+    for (const auto& c : cases) {
+        const CheckResult result = Check(DocumentOf(Command::kCheck, c.answers));
+        EXPECT_THAT(result.text, testing::StartsWith(c.text));
+        EXPECT_EQ(result.status, c.status) << c.answers;
+    }
+}
+
+TEST(CommandTextTest, JsonHasFindingsAndReadings) {
+    const Json json = ToJson(DocumentOf(Command::kStatus, R"({
+        "info": {"vendor": "V", "modelNumber": "M ", "size": 0},
+        "health": {"percentageUsed": 90, "deviceLifeTimeEstimationA": "0x02", "criticalWarning": 64,
+                   "deviceLifeTimeEstimationB": "0x04", "dataUnitsWritten": 36028797018964},
+        "power": {"linkState": "", "isActive": false}, "fsuserdata": {"errorCount": 1}})"));
+    EXPECT_EQ(json["assessment"]["findings"], Json::parse(R"([
+        {"field": "criticalWarning", "partition": null, "verdict": "watch",
+         "reason": "Critical warning: bit 6"},
+        {"field": "percentageUsed", "partition": null, "verdict": "watch",
+         "reason": "Expected life used: 90 %"},
+        {"field": "errorCount", "partition": "userdata", "verdict": "watch",
+         "reason": "Error count of userdata: 1"}])"));
+    EXPECT_EQ(json["readings"], Json::parse(R"({
+        "model": "V M", "sizeBytes": null, "lifeUsedRatio": 0.9, "spareRatio": null,
+        "spareThresholdRatio": null, "criticalWarnings": ["bit_6"], "reservedBlocks": null,
+        "writtenBytes": null, "mediaErrors": null, "errorLogEntries": null, "ioErrors": null,
+        "powerState": null, "isActive": null,
+        "filesystemErrors": {"userdata": 1, "metadata": null}})"));
 }
 
 TEST(CommandTextTest, MetricsHaveReportedValuesInBaseUnits) {
