@@ -1,5 +1,4 @@
 // disk_info, the command: queries the service once or repeatedly and prints the answers.
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -8,6 +7,7 @@
 #include <vector>
 
 #include "check.h"
+#include "connection.h"
 #include "failures.h"
 #include "metrics.h"
 #include "options.h"
@@ -19,6 +19,12 @@
 namespace disk_info::cli {
 namespace {
 
+// Of plain text. It is that of the terminal, also if the text goes through a pipe to it.
+struct Style {
+    bool is_decorated;
+    Size size;
+};
+
 struct Outcome {
     std::string text;                   // for standard output
     std::vector<std::string> messages;  // for standard error, one line each
@@ -29,7 +35,7 @@ std::string JsonText(const Json& json) {
     return json.dump(2, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace) + "\n";
 }
 
-Outcome Answered(const Document& document, const Options& options) {
+Outcome Answered(const Document& document, const Options& options, const Style& style) {
     Outcome outcome;
     if (options.request.command == Command::kCheck) {
         CheckResult result = Check(document);
@@ -45,8 +51,7 @@ Outcome Answered(const Document& document, const Options& options) {
     } else if (options.as_json) {
         outcome.text = JsonText(ToJson(document));
     } else {
-        outcome.text =
-            PlainText(document, OutputIsDecorated(options.decoration), OutputSize().columns);
+        outcome.text = PlainText(document, style.is_decorated, style.size.columns);
     }
     return outcome;
 }
@@ -65,49 +70,58 @@ Outcome NotAnswered(const std::string& message, const Options& options) {
     return outcome;
 }
 
-Outcome QueryOnce(const Options& options) {
+std::string LinesOf(const std::vector<std::string>& messages) {
+    std::string text;
+    for (const std::string& message : messages) text.append("disk_info: ").append(message) += '\n';
+    return text;
+}
+
+Outcome QueryOnce(const Options& options, const Style& style) {
+    const std::string late = "the service did not answer within " +
+                             std::to_string(options.timeout_seconds) +
+                             " s; check systemctl status disk-info.service and journalctl -u "
+                             "disk-info.service, or set a longer limit with --timeout";
+    const Outcome at_limit = NotAnswered(late, options);
+    const TimeLimit limit(options.timeout_seconds, at_limit.text, LinesOf(at_limit.messages),
+                          at_limit.status);
     try {
-        const std::chrono::seconds limit(options.timeout_seconds);
-        return Answered(QueryWithin(limit, options.request), options);
+        return Answered(Query(options.request), options, style);
     } catch (const ConnectionError& error) {
         return NotAnswered(error.what(), options);
     }
 }
 
-std::string WithPrefix(const std::string& message) {
-    return "disk_info: " + message + "\n";
+int PrintOnce(const Options& options, const Style& style) {
+    Outcome outcome = QueryOnce(options, style);
+    if (!WriteOutput(outcome.text)) {
+        const bool is_check = options.request.command == Command::kCheck;
+        outcome = {"", {"cannot write the output"}, is_check ? kCheckUnknown : kOutputFailed};
+    }
+    (void)std::fputs(LinesOf(outcome.messages).c_str(), stderr);
+    return outcome.status;
 }
 
-void PrintMessage(const std::string& message) {
-    (void)std::fputs(WithPrefix(message).c_str(), stderr);
-}
-
-// A title with the local time, the text, then the messages.
-std::string Frame(const Options& options) {
-    const Outcome outcome = QueryOnce(options);
+// A title with the local time, an empty line, then the output and the messages.
+void PrintFrame(const Options& options, const Style& style) {
     const std::time_t now = std::time(nullptr);
     std::tm local = {};
     char time[32] = "";
     if (localtime_r(&now, &local) != nullptr) {
-        (void)std::strftime(time, sizeof(time), "%F %T", &local);
+        (void)std::strftime(time, sizeof(time), "%T", &local);
     }
-    std::string text = std::string("disk_info ") + NameOf(options.request.command) + ", every " +
-                       std::to_string(options.watch_seconds) + " s: " + time + "\n\n" +
-                       outcome.text;
-    for (const std::string& message : outcome.messages) text += WithPrefix(message);
-    return text;
+    (void)WriteOutput(std::string("disk_info ") + NameOf(options.request.command) + ", every " +
+                      std::to_string(options.watch_seconds) + " s, " + time + "\n\n");
+    (void)PrintOnce(options, style);
 }
 
 int Run(const Options& options) {
-    const bool is_check = options.request.command == Command::kCheck;
-    Outcome outcome{"", {"cannot write the output"}, is_check ? kCheckUnknown : kOutputFailed};
-    if (options.watch_seconds > 0) {
-        Watch(options.watch_seconds, [&] { return Frame(options); });
-    } else if (Outcome answer = QueryOnce(options); WriteOutput(answer.text)) {
-        outcome = std::move(answer);
-    }
-    for (const std::string& message : outcome.messages) PrintMessage(message);
-    return outcome.status;
+    const bool is_decorated = OutputIsDecorated(options.decoration);
+    if (options.watch_seconds == 0) return PrintOnce(options, {is_decorated, OutputSize()});
+    Watch(options.watch_seconds, [&](const Size& size) {
+        PrintFrame(options, {is_decorated, size});
+    });
+    (void)std::fputs(LinesOf({"cannot write the output"}).c_str(), stderr);
+    return kOutputFailed;
 }
 
 }  // namespace
@@ -125,6 +139,5 @@ int main(int argc, char** argv) {
     int exit_status = kAllAnswered;
     const std::optional<Options> options = ParseOptions(argc, argv, &exit_status);
     if (!options) return exit_status;
-    // An abandoned query may still use static objects, so they must not be destroyed.
-    std::_Exit(Run(*options));
+    return Run(*options);
 }

@@ -99,11 +99,11 @@ void AddPower(const Json& fields, Json* readings) {
 }  // namespace
 
 Json Readings(const Document& document) {
-    static const Json kNone = Json::object();
+    const Json none = Json::object();
     Json readings = Json::object();
     for (const Result& result : document.results) {
         const Json* const answered = result.answer.Fields();
-        const Json& fields = answered != nullptr ? *answered : kNone;
+        const Json& fields = answered != nullptr ? *answered : none;
         switch (result.call) {
             case Call::kInfo:
                 AddInfo(fields, &readings);

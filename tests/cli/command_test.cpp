@@ -223,21 +223,35 @@ TEST_F(CommandTest, WatchContinuesAfterErrorsUntilASignal) {
     for (const int signal : {SIGINT, SIGTERM}) {
         std::optional<SilentListener> silent(std::in_place);
         Child command = StartOn(kTerminalInside, {"health", "--watch", "1", "--timeout", "1"});
-        EXPECT_THAT(ReadUpTo("did not answer within 1 s; "), testing::StartsWith("\x1b[?25l"));
+        EXPECT_THAT(ReadUpTo("did not answer within 1 s; "),
+                    testing::StartsWith("\x1b[?1049h\x1b[?25l"));
         ReadUpTo("did not answer within 1 s; ");
-        EXPECT_EQ(Vitals(command.Pid()).threads, 2) << "main and the first query, abandoned";
         silent.reset();
         ReadUpTo("Connection refused; ");
         {
             const OtherService service(ServeLater);
-            EXPECT_THAT(ReadUpTo("are shown\x1b[K\r\n\x1b[J"),
-                        testing::Not(HasSubstr("\x1b[?25h")));
+            EXPECT_THAT(ReadUpTo("are shown\r\n\x1b[J"), testing::Not(HasSubstr("\x1b[?25h")));
         }
         ReadUpTo("Connection refused; ");
         command.Kill(signal);
         EXPECT_EQ(command.Wait(), 0);
-        ReadUpTo("\x1b[?25h\r\n");
+        ReadUpTo("\x1b[?25h\x1b[?1049l");
     }
+}
+
+TEST_F(CommandTest, WatchIsCroppedToTheTerminalAndRedrawnAfterAResize) {
+    const OtherService service(ServeLater);
+    const winsize small{5, 20, 0, 0};
+    const winsize unknown{};
+    ASSERT_EQ(ioctl(kTerminal, TIOCSWINSZ, &small), 0);
+    Child command = StartOn(kTerminalInside, {"health", "--watch", "86400"});
+    EXPECT_THAT(ReadUpTo(" more lines"), HasSubstr("\x1b[H\x1b[Kdisk_info health, ev\r\n\x1b[K\r\n"
+                                                   "\x1b[KAvailable spare: \x1b[31m9 %\x1b[0m\r\n"
+                                                   "\x1b[KAvailable spare thre\r\n\x1b[J"));
+    ASSERT_EQ(ioctl(kTerminal, TIOCSWINSZ, &unknown), 0);
+    command.Kill(SIGWINCH);
+    ReadUpTo("\x1b[H\x1b[Kdisk_info health, every 86400 s, ");
+    ReadUpTo("are shown\r\n\x1b[J");
 }
 
 // The last fields of each answer, which are right only if all before them were decoded.
