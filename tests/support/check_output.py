@@ -2,6 +2,7 @@
 
 check_output.py schema FILE    a document, with the JSON Schema in FILE, which must be strict
 check_output.py metrics        OpenMetrics text
+check_output.py spdx           the package's statement of what is linked in
 """
 
 import json
@@ -38,4 +39,23 @@ def check_metrics():
     assert all(family.name.endswith(("_bytes", "_ratio")) == bool(family.unit) for family in families)
 
 
-check_schema(sys.argv[2]) if sys.argv[1] == "schema" else check_metrics()
+def check_spdx():
+    import re
+
+    document = json.load(sys.stdin)
+    assert document["spdxVersion"] == "SPDX-2.3" and document["dataLicense"] == "CC0-1.0"
+    assert re.fullmatch(r"\d{4}(-\d\d){2}T\d\d(:\d\d){2}Z", document["creationInfo"]["created"])
+    assert document["name"] and document["documentNamespace"] and document["creationInfo"]["creators"]
+    ids = [part["SPDXID"] for part in [document] + document["packages"]]
+    assert len(set(ids)) == len(ids) and all(re.fullmatch(r"SPDXRef-[A-Za-z0-9.-]+", one) for one in ids), ids
+    assert all(part["versionInfo"] and part["licenseConcluded"] for part in document["packages"])
+    relations = document["relationships"]
+    assert sorted(relation["relatedSpdxElement"] for relation in relations) == sorted(ids[1:]), relations
+    for name in ("libc6-dev", "libgcc-", "libstdc++-"):
+        assert any(part["name"].startswith(name) for part in document["packages"]), f"no {name}"
+
+
+if sys.argv[1] == "schema":
+    check_schema(sys.argv[2])
+else:
+    {"metrics": check_metrics, "spdx": check_spdx}[sys.argv[1]]()
