@@ -84,7 +84,7 @@ TEST_F(CommandTest, PlainTextAndMetricsOfAUfsDisk) {
     Expect({"info"}, 0, HasSubstr(":                             V\\ufffd\\u001b[2J\\\"\n"), "");
     Expect({"metrics"}, 3,
            AllOf(HasSubstr("disk_info_up{call=\"fs_userdata\"} 0\n"),
-                 HasSubstr(",firmware=\"r2\",version=\"3.1\"} 1\n"),
+                 HasSubstr(",firmware_revision=\"r2\",version=\"3.1\"} 1\n"),
                  HasSubstr("\ndisk_info_active 1\n")),
            HasSubstr("disk_info: fs userdata: "));
     ExpectValid("metrics");

@@ -1,11 +1,14 @@
 """Checks an output of the command, on standard input, with parsers of other projects.
 
 check_output.py schema FILE    a document, with the JSON Schema in FILE, which must be strict
-check_output.py metrics        OpenMetrics text
+check_output.py metrics        Prometheus text
+check_output.py openmetrics    OpenMetrics text
 check_output.py spdx           the package's statement of what is linked in
 """
 
 import json
+import os
+import subprocess
 import sys
 
 
@@ -32,6 +35,11 @@ def check_schema(path):
 
 
 def check_metrics():
+    promtool = os.path.join(os.path.dirname(__file__), "../../build/check/usr/bin/promtool")
+    subprocess.run([promtool, "check", "metrics"], check=True)
+
+
+def check_openmetrics():
     from prometheus_client.openmetrics.parser import text_fd_to_metric_families
 
     families = list(text_fd_to_metric_families(sys.stdin))
@@ -58,4 +66,4 @@ def check_spdx():
 if sys.argv[1] == "schema":
     check_schema(sys.argv[2])
 else:
-    {"metrics": check_metrics, "spdx": check_spdx}[sys.argv[1]]()
+    {"metrics": check_metrics, "openmetrics": check_openmetrics, "spdx": check_spdx}[sys.argv[1]]()
