@@ -3,11 +3,13 @@
 check_output.py schema FILE    a document, with the JSON Schema in FILE, which must be strict
 check_output.py metrics        Prometheus text
 check_output.py openmetrics    OpenMetrics text
+check_output.py names FILE...  the names of metrics in rules and dashboards
 check_output.py spdx           the package's statement of what is linked in
 """
 
 import json
 import os
+import re
 import subprocess
 import sys
 
@@ -22,8 +24,7 @@ def objects(value):
 def check_schema(path):
     import jsonschema
 
-    with open(path, encoding="utf-8") as file:
-        schema = json.load(file)
+    schema = json.loads(read(path))
     jsonschema.Draft202012Validator.check_schema(schema)
     jsonschema.Draft202012Validator(schema).validate(json.load(sys.stdin))
     # Every object rejects unknown keys, and all but the document itself require their own.
@@ -47,9 +48,20 @@ def check_openmetrics():
     assert all(family.name.endswith(("_bytes", "_ratio")) == bool(family.unit) for family in families)
 
 
-def check_spdx():
-    import re
+def check_names(paths):
+    names = set(re.findall(r"^disk_info_\w+", read(os.path.join(os.path.dirname(__file__), "metrics.txt")), re.M))
+    for path in paths:
+        used = set(re.findall(r"\bdisk_info_\w+", read(path)))
+        assert used and used <= names, f"{path}: {used - names or 'no metrics'}"
+        assert not path.endswith(".json") or json.loads(read(path))
 
+
+def read(path):
+    with open(path, encoding="utf-8") as file:
+        return file.read()
+
+
+def check_spdx():
     document = json.load(sys.stdin)
     assert document["spdxVersion"] == "SPDX-2.3" and document["dataLicense"] == "CC0-1.0"
     assert re.fullmatch(r"\d{4}(-\d\d){2}T\d\d(:\d\d){2}Z", document["creationInfo"]["created"])
@@ -63,7 +75,10 @@ def check_spdx():
         assert any(part["name"].startswith(name) for part in document["packages"]), f"no {name}"
 
 
-if sys.argv[1] == "schema":
-    check_schema(sys.argv[2])
-else:
-    {"metrics": check_metrics, "openmetrics": check_openmetrics, "spdx": check_spdx}[sys.argv[1]]()
+match sys.argv[1:]:
+    case ["schema", path]:
+        check_schema(path)
+    case ["names", *paths]:
+        check_names(paths)
+    case [form, *_]:
+        {"metrics": check_metrics, "openmetrics": check_openmetrics, "spdx": check_spdx}[form]()
