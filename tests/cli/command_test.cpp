@@ -84,7 +84,7 @@ TEST_F(CommandTest, PlainTextAndMetricsOfAUfsDisk) {
     Expect({"info"}, 0, HasSubstr(":                             V\\ufffd\\u001b[2J\\\"\n"), "");
     Expect({"metrics"}, 3,
            AllOf(HasSubstr("disk_info_up{call=\"fs_userdata\"} 0\n"),
-                 HasSubstr(",firmware=\"r2\",version=\"3.1\"} 1\n"),
+                 HasSubstr(",firmware_revision=\"r2\",version=\"3.1\"} 1\n"),
                  HasSubstr("\ndisk_info_active 1\n")),
            HasSubstr("disk_info: fs userdata: "));
     ExpectValid("metrics");
@@ -122,6 +122,7 @@ TEST_F(CommandTest, ExitStatusesAndStreams) {
         {{"--watch", "86400", "--json"}, 2, "", "--watch and --json cannot be combined\n"},
         {{"--watch", "1", "metrics"}, 2, "", "--watch and metrics cannot be combined\n"},
         {{"--json", "metrics"}, 2, "", "--json and metrics cannot be combined\n"},
+        {{"--openmetrics"}, 2, "", "--openmetrics needs the command metrics\n"},
         {{"check"}, 1, "DISK WARNING - V\\ufffd\\u001b[2J\\\" M\\u00e9, UFS: Error count", ""},
         {{"check", "--json"}, 3, "", "--json and check cannot be combined\n"},
         {{"--help"}, 0, "Usage: disk_info [OPTION]... [COMMAND]\n", ""},
@@ -179,8 +180,8 @@ TEST_F(CommandTest, KnownFieldsOfAnotherInterfaceAreShown) {
         "[^\n]*\n");
     Expect({"--json"}, 3, HasSubstr("\"availableSpare\": 9,"), error);
     ExpectValid("schema");
-    Expect({"metrics"}, 3, HasSubstr("spare_ratio 0.09\n"), error);
-    ExpectValid("metrics");
+    Expect({"metrics", "--openmetrics"}, 3, HasSubstr("spare_ratio 0.09\n"), error);
+    ExpectValid("openmetrics");
 }
 
 TEST_F(CommandTest, MalformedRepliesAreAConnectionError) {

@@ -204,7 +204,7 @@ TEST(CommandTextTest, MetricsHaveReportedValuesInBaseUnits) {
                  "firmwareRevision": "f", "versionMajor": 1, "versionMinor": 4,
                  "versionTertiary": 2, "size": 5},
         "health": {"availableSpare": 5, "availableSpareThreshold": 10, "percentageUsed": 130,
-                   "criticalWarning": 42, "dataUnitsWritten": 2, "numberOfMediaErrors": 7,
+                   "criticalWarning": 170, "dataUnitsWritten": 2, "numberOfMediaErrors": 7,
                    "numberOfErrorLogEntries": 8, "preEndOfLifeInfo": "0x02",
                    "deviceLifeTimeEstimationA": "0x04", "deviceLifeTimeEstimationB": "0x01",
                    "totalNumberOfErrors": 18446744073709551615},
@@ -216,6 +216,14 @@ TEST(CommandTextTest, MetricsHaveReportedValuesInBaseUnits) {
     // The file has no help texts.
     const std::regex help("(# HELP \\w+) .+\n");
     EXPECT_EQ(std::regex_replace(MetricsText(document), help, "$1\n"), expected.str());
+    const std::string open = MetricsText(document, MetricsFormat::kOpenMetrics);
+    EXPECT_EQ(open.find("# TYPE disk_info_written_bytes counter\n"
+                        "# UNIT disk_info_written_bytes bytes\n# HELP disk_info_written_bytes D"),
+              open.find("# TYPE disk_info_written"));
+    EXPECT_TRUE(open.ends_with("\n# EOF\n"));
+    const std::regex comment("# .+\n");
+    EXPECT_EQ(std::regex_replace(open, comment, ""),
+              std::regex_replace(expected.str(), comment, ""));
 }
 
 }  // namespace
