@@ -44,7 +44,7 @@ TEST_F(RegistrationTest, ANameThatNoProcessServesOrThatIsNoPathIsNotFound) {
 }
 
 mode_t ModeOf(const char* path) {
-    struct stat info {};
+    struct stat info = {};
     EXPECT_EQ(stat(path, &info), 0) << path;
     return info.st_mode & 07777;
 }

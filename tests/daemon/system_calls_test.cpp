@@ -7,6 +7,7 @@
 #include <answers.h>
 #include <daemon.h>
 #include <raw_socket.h>
+#include <sys/syscall.h>
 
 #include <algorithm>
 #include <chrono>
@@ -23,6 +24,12 @@ using namespace std::string_literals;
 namespace {
 
 const bool kInDevice = getenv("DISK_INFO_DEVICE") != nullptr;
+// The names of two calls depend on the architecture.
+#ifdef __NR_epoll_wait
+const std::string kWait = "epoll_wait", kReadLink = "readlink";
+#else
+const std::string kWait = "epoll_pwait", kReadLink = "readlinkat";
+#endif
 
 // The first call of each kind fails with each of these errors, later ones with the first three.
 constexpr const char* kErrors[] = {"EIO",    "EINTR",  "ENOENT", "EAGAIN",
@@ -105,7 +112,7 @@ class SystemCallsTest : public PrivateRootTest {
         }
         // The last wait may begin after strace detached. Records that exceed their limit are not
         // sent.
-        ASSERT_TRUE(!failed.empty() || call == "epoll_wait" || (call == "sendto" && n > 1));
+        ASSERT_TRUE(!failed.empty() || call == kWait || (call == "sendto" && n > 1));
         faults_ += !failed.empty();
         const auto has = [&](const char* text) { return failed.find(text) != std::string::npos; };
         const bool interrupted = has("EINTR") && !has("/dev/block/nvme") && !has("NVME_");
@@ -113,7 +120,7 @@ class SystemCallsTest : public PrivateRootTest {
             (!interrupted && (has("\"BirP") || (has("recvfrom") && !has("EAGAIN"))))) {
             EXPECT_EQ(answer, kBroken);
         } else if (interrupted || has("SIOCOUTQ") || has("recvfrom") || has("sendto") ||
-                   call == "epoll_wait") {
+                   call == kWait) {
             EXPECT_EQ(answer, whole);
         } else {
             EXPECT_TRUE(answer == kUnavailable || IsPartOf(answer, whole)) << answer;
@@ -143,12 +150,12 @@ TEST_F(SystemCallsTest, EverySystemCallIsNeededAndMayFail) {
         ASSERT_TRUE(whole != kBroken && whole != kUnavailable) << question;
         AwaitNoClient();
         const auto counts = Count(
-            Trace({"-etrace=!close,poll,socket,write"}, [&, &q = question] { (void)Ask(q); }));
+            Trace({"-etrace=!close,?poll,ppoll,socket,write"}, [&, &q = question] { (void)Ask(q); }));
         int made = 0;
         for (const auto& [call, count] : counts) {
-            if (call != "epoll_wait" && call != "sendto") made += count;
+            if (call != kWait && call != "sendto") made += count;
             // The daemon pauses after a failed wait or accept.
-            if (call == "accept4" || (call == "epoll_wait" && question != "power")) continue;
+            if (call == "accept4" || (call == kWait && question != "power")) continue;
             for (int n = 1; n <= count; ++n) {
                 const size_t errors = n == 1 ? std::size(kErrors) : 3;
                 for (size_t i = 0; i < errors; ++i) {
@@ -164,7 +171,7 @@ TEST_F(SystemCallsTest, EverySystemCallIsNeededAndMayFail) {
 TEST_F(SystemCallsTest, ACallThatIsAlwaysInterruptedIsMadeFiveTimes) {
     const std::string whole = Ask("userdata");
     for (const auto& [call, times] : std::map<std::string, size_t>{
-             {"readlink", 5}, {"newfstatat", 5}, {"openat", 5}, {"read", 15}}) {  // of three files
+             {kReadLink, 5}, {"newfstatat", 5}, {"openat", 5}, {"read", 15}}) {  // of three files
         SCOPED_TRACE(call);
         const Lines lines = Trace({"-etrace=" + call, "-einject=" + call + ":error=EINTR"}, [&] {
             const std::string answer = Ask("userdata");
@@ -182,13 +189,13 @@ TEST_F(SystemCallsTest, TheDaemonPausesAfterAFailedAcceptOrWaitAndServesAgain) {
     } cases[] = {{"accept4:error=EMFILE:when=1..2", 1900ms},
                  {"accept4:error=EINTR:when=1", 0ms},
                  {"accept4:error=ECONNABORTED:when=1", 0ms},
-                 {"epoll_wait:error=EIO:when=1..3", 100ms}};
+                 {kWait + ":error=EIO:when=1..3", 100ms}};
     for (const auto& c : cases) {
         const auto start = std::chrono::steady_clock::now();
         Trace({"-einject=" + c.fault}, [&] { EXPECT_EQ(Ask("power"), power) << c.fault; });
         EXPECT_GE(std::chrono::steady_clock::now() - start, c.pause) << c.fault;
     }
-    const Child strace = AttachStrace({"-einject=epoll_wait:error=EIO"});
+    const Child strace = AttachStrace({"-einject=" + kWait + ":error=EIO"});
     const auto start = std::chrono::steady_clock::now();
     (void)ConnectToService();  // ends the wait that strace interrupted
     EXPECT_EQ(daemon_->Wait(), 1) << "twenty waits in a row failed";

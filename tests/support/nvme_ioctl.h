@@ -6,12 +6,13 @@
 // of the script.
 #pragma once
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/fs.h>
 #include <linux/nvme_ioctl.h>
 #include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -130,7 +131,5 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
         (request == NVME_IOCTL_ADMIN_CMD || request == NVME_IOCTL_ID || request == BLKGETSIZE64)) {
         return FakeNvme::current->Answer(fd, request, argument);
     }
-    using Ioctl = int (*)(int, unsigned long, ...);
-    static const auto kernel = reinterpret_cast<Ioctl>(dlsym(RTLD_NEXT, "ioctl"));
-    return kernel(fd, request, argument);
+    return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
 }

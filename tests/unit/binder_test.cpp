@@ -30,8 +30,8 @@ binder_status_t Double(AIBinder*, transaction_code_t code, const AParcel* reques
 
 AIBinder_Class* NewClass() {
     const auto create = [](void* argument) { return ++created, argument; };
-    return AIBinder_Class_define(
-        "test.IDouble", create, [](void*) { ++destroyed; }, Double);
+    const auto destroy = [](void*) { ++destroyed; };
+    return AIBinder_Class_define("test.IDouble", create, destroy, Double);
 }
 
 AIBinder* NewBinder(void* data) {

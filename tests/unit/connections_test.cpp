@@ -115,8 +115,8 @@ class ServerTest : public PrivateRootTest {
         ASSERT_NO_FATAL_FAILURE(PrivateRootTest::SetUp());
         server_.emplace([] {
             const auto create = [](void*) -> void* { return nullptr; };
-            auto* const clazz = AIBinder_Class_define(
-                "test", create, [](void*) {}, TakeTime);
+            const auto destroy = [](void*) {};
+            auto* const clazz = AIBinder_Class_define("test", create, destroy, TakeTime);
             const binder::StrongBinder service(AIBinder_new(clazz, nullptr));
             if (AServiceManager_registerLazyService(service.get(), kInstance) == STATUS_OK)
                 ABinderProcess_joinThreadPool();

@@ -129,8 +129,8 @@ TEST(LoggingTest, AFullBrokenOrClosedStandardErrorNeitherBlocksNorKills) {
 TEST(LoggingTest, FatalRecordsRunTheAborter) {
     const auto exit_with_message = [](const char* message) { _exit(message[0]); };
     EXPECT_EXIT(LOG(FATAL) << "x", testing::KilledBySignal(SIGABRT), "");
-    logging::InitLogging(
-        nullptr, [](auto...) {}, exit_with_message);
+    const auto ignore = [](auto...) {};
+    logging::InitLogging(nullptr, ignore, exit_with_message);
     EXPECT_EXIT(LOG(FATAL) << "*", testing::ExitedWithCode('*'), "");
 }
 

@@ -14,7 +14,7 @@ inline bool AParcel_stdStringAllocator(void* target, int32_t length, char** buff
     if (length < 1) return false;
     auto* text = static_cast<std::string*>(target);
     text->resize(static_cast<size_t>(length) - 1);
-    *buffer = text->data();
+    *buffer = text->data();  // cppcheck-suppress autoVariables
     return true;
 }
 

@@ -6,11 +6,11 @@
 #pragma once
 
 #include <cerrno>
+#include <concepts>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
-#include <type_traits>
 
 namespace logging {
 
@@ -66,8 +66,8 @@ class LogStream {
         text_ += c;
         return *this;
     }
-    template <typename T>
-    requires std::is_integral_v<T> LogStream& operator<<(T number) {
+    template <std::integral T>
+    LogStream& operator<<(T number) {
         return *this << std::string_view(std::to_string(number));
     }
     const std::string& text() const { return text_; }

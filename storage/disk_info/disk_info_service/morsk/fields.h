@@ -11,8 +11,10 @@ inline constexpr bool kUnsigned = true;
 
 template <typename Parcelable, typename Value>
 struct Field {
+    using Member = Value Parcelable::*;
+
     const char* name;
-    Value Parcelable::*member;
+    Member member;
     bool isUnsigned = false;
 };
 template <typename Parcelable, typename Value>

@@ -165,13 +165,13 @@ ScopedStatus DiskInfoService::getDiskInfo(std::optional<DiskInfoParcel>* result)
 }
 
 ScopedStatus DiskInfoService::getDiskHealth(std::optional<DiskHealthParcel>* result) {
-    return Answer(
-        result, [](auto& disk) { return ReadHealth(disk); }, kLogNothing);
+    const auto read = [](auto& disk) { return ReadHealth(disk); };
+    return Answer(result, read, kLogNothing);
 }
 
 ScopedStatus DiskInfoService::getDiskPower(std::optional<DiskPowerParcel>* result) {
-    return Answer(
-        result, [](auto& disk) { return ReadPower(disk); }, kLogNothing);
+    const auto read = [](auto& disk) { return ReadPower(disk); };
+    return Answer(result, read, kLogNothing);
 }
 
 ScopedStatus DiskInfoService::getFilesystemInfo(const std::string& partition,

@@ -33,6 +33,9 @@ constexpr uint32_t kMachine = AUDIT_ARCH_RISCV64;
 #else
 constexpr uint32_t kMachine = 0;  // kRules was not checked for this architecture.
 #endif
+#ifndef __NR_newfstatat  // its name on 32-bit machines
+#define __NR_newfstatat __NR_fstatat64
+#endif
 
 // Condition on one argument. Compares the lower 32 bits only: the kernel ignores the upper ones, or
 // none of the flags is in them.
