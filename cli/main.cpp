@@ -47,7 +47,7 @@ Outcome Answered(const Document& document, const Options& options, const Style& 
         outcome.messages.insert(outcome.messages.begin(), document.warning);
     }
     if (options.request.command == Command::kMetrics) {
-        outcome.text = MetricsText(document);
+        outcome.text = MetricsText(document, options.metrics_format);
     } else if (options.as_json) {
         outcome.text = JsonText(ToJson(document));
     } else {
@@ -64,7 +64,7 @@ Outcome NotAnswered(const std::string& message, const Options& options) {
         return {std::move(result.text), {}, result.status};
     }
     if (options.request.command == Command::kMetrics) {
-        outcome.text = MetricsText(UnansweredDocument(options.request));
+        outcome.text = MetricsText(UnansweredDocument(options.request), options.metrics_format);
     }
     if (options.as_json) outcome.text = JsonText(ErrorToJson(message));
     return outcome;

@@ -27,30 +27,40 @@ constexpr struct {
     {"", "current power state"},
     {" PARTITION", "error counters of an ext4 filesystem, userdata or metadata"},
     {"", "one line and an exit status for a monitoring system"},
-    {"", "all values as text for Prometheus"},
+    {"", "all values as Prometheus text for a collector"},
 };
 static_assert(std::size(kCommandHelp) == std::size(kCommandNames));
 
 // Codes of the options without a letter are above all characters.
-enum Code { kJson = 256, kWatch, kColor, kTimeout, kHelp = 'h', kVersion = 'V' };
+enum Code { kJson = 256, kWatch, kColor, kOpenMetrics, kTimeout, kHelp = 'h', kVersion = 'V' };
+
+enum class Scope { kAll, kForPeople, kMetrics };
 
 constexpr struct {
     const char* name;
     Code code;
     const char* argument;  // "": none
     const char* summary;
-    bool is_for_people;  // has no effect on the commands for other programs
+    Scope scope;  // the commands that the option has an effect on
 } kOptions[] = {
-    {"json", kJson, "", "print one JSON document", true},
-    {"watch", kWatch, "SECONDS", "repeat every SECONDS until interrupted", true},
-    {"color", kColor, "WHEN", "always, never, or auto, on a terminal only (the default)", true},
-    {"timeout", kTimeout, "SECONDS", "wait at most SECONDS for the service (default: 10)", false},
-    {"help", kHelp, "", "print this help, or that of the command, and exit", false},
-    {"version", kVersion, "", "print the version and exit", false},
+    {"json", kJson, "", "print one JSON document", Scope::kForPeople},
+    {"watch", kWatch, "SECONDS", "repeat every SECONDS until interrupted", Scope::kForPeople},
+    {"color", kColor, "WHEN", "always, never, or auto, on a terminal only (the default)",
+     Scope::kForPeople},
+    {"openmetrics", kOpenMetrics, "", "print OpenMetrics text (metrics only)", Scope::kMetrics},
+    {"timeout", kTimeout, "SECONDS", "wait at most SECONDS for the service (default: 10)",
+     Scope::kAll},
+    {"help", kHelp, "", "print this help, or that of the command, and exit", Scope::kAll},
+    {"version", kVersion, "", "print the version and exit", Scope::kAll},
 };
 
 bool IsForPrograms(Command command) {
     return command == Command::kCheck || command == Command::kMetrics;
+}
+
+bool Applies(Scope scope, Command command) {
+    return scope == Scope::kAll ||
+           (scope == Scope::kMetrics ? command == Command::kMetrics : !IsForPrograms(command));
 }
 
 struct Parser {
@@ -84,6 +94,9 @@ std::string Parser::Take(int code, const char* argument) {
     switch (code) {
         case kJson:
             options.as_json = true;
+            return "";
+        case kOpenMetrics:
+            options.metrics_format = MetricsFormat::kOpenMetrics;
             return "";
         case kWatch:
             return TakeSeconds("--watch", argument, 86400, &options.watch_seconds);
@@ -124,6 +137,10 @@ std::string Parser::Conflict() const {
         if (options.as_json) return "--json and " + name + " cannot be combined";
         if (options.watch_seconds > 0) return "--watch and " + name + " cannot be combined";
     }
+    if (options.metrics_format == MetricsFormat::kOpenMetrics &&
+        options.request.command != Command::kMetrics) {
+        return "--openmetrics needs the command metrics";
+    }
     if (options.as_json && options.watch_seconds > 0) {
         return "--watch and --json cannot be combined";
     }
@@ -163,10 +180,11 @@ std::string Parser::Parse(int argc, char** argv) {
     return help || version ? "" : Conflict();
 }
 
-std::string OptionLines(bool for_programs) {
+// Without a command: all options.
+std::string OptionLines(std::optional<Command> command) {
     std::string text = "\nOptions:\n";
     for (const auto& option : kOptions) {
-        if (for_programs && option.is_for_people) continue;
+        if (command && !Applies(option.scope, *command)) continue;
         const std::string letter = option.code < kJson ? Format("-%c, ", option.code) : "    ";
         const std::string name =
             option.name + std::string(*option.argument != '\0' ? " " : "") + option.argument;
@@ -178,8 +196,7 @@ std::string OptionLines(bool for_programs) {
 std::string HelpOf(Command command) {
     const auto& help = kCommandHelp[static_cast<size_t>(command)];
     return std::string("Usage: disk_info ") + NameOf(command) + " [OPTION]..." + help.argument +
-           "\nPrints: " + help.summary + ".\n" + OptionLines(IsForPrograms(command)) +
-           "\nSee disk_info(1).\n";
+           "\nPrints: " + help.summary + ".\n" + OptionLines(command) + "\nSee disk_info(1).\n";
 }
 
 std::string GeneralHelp() {
@@ -191,7 +208,7 @@ std::string GeneralHelp() {
         const std::string name = std::string(kCommandNames[i]) + kCommandHelp[i].argument;
         text += Format("  %-13s ", name.c_str()) + kCommandHelp[i].summary + "\n";
     }
-    return text + OptionLines(false) +
+    return text + OptionLines(std::nullopt) +
            "\n"
            "Exit status: 0 all calls succeeded; 1 the output could not be written; 2 wrong\n"
            "usage; 3 the service returned an error; 4 the service did not answer.\n"

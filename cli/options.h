@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "document.h"
+#include "metrics.h"
 #include "output.h"
 
 namespace disk_info::cli {
@@ -20,6 +21,7 @@ enum ExitStatus {
 struct Options {
     Request request;
     bool as_json = false;
+    MetricsFormat metrics_format = MetricsFormat::kPrometheus;
     Decoration decoration = Decoration::kAuto;
     unsigned timeout_seconds = 10;
     unsigned watch_seconds = 0;  // 0: print once

@@ -2,7 +2,7 @@
 # shellcheck shell=bash
 _disk_info() {
   local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} one
-  local commands='status info health power fs check metrics' options='--json --watch --color --timeout --help --version'
+  local commands='status info health power fs check metrics' options='--json --watch --color --openmetrics --timeout --help --version'
   case $before in
     fs) commands='userdata metadata' ;;
     --color) commands='auto always never' ;;

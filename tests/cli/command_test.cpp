@@ -122,6 +122,7 @@ TEST_F(CommandTest, ExitStatusesAndStreams) {
         {{"--watch", "86400", "--json"}, 2, "", "--watch and --json cannot be combined\n"},
         {{"--watch", "1", "metrics"}, 2, "", "--watch and metrics cannot be combined\n"},
         {{"--json", "metrics"}, 2, "", "--json and metrics cannot be combined\n"},
+        {{"--openmetrics"}, 2, "", "--openmetrics needs the command metrics\n"},
         {{"check"}, 1, "DISK WARNING - V\\ufffd\\u001b[2J\\\" M\\u00e9, UFS: Error count", ""},
         {{"check", "--json"}, 3, "", "--json and check cannot be combined\n"},
         {{"--help"}, 0, "Usage: disk_info [OPTION]... [COMMAND]\n", ""},
@@ -179,8 +180,8 @@ TEST_F(CommandTest, KnownFieldsOfAnotherInterfaceAreShown) {
         "[^\n]*\n");
     Expect({"--json"}, 3, HasSubstr("\"availableSpare\": 9,"), error);
     ExpectValid("schema");
-    Expect({"metrics"}, 3, HasSubstr("spare_ratio 0.09\n"), error);
-    ExpectValid("metrics");
+    Expect({"metrics", "--openmetrics"}, 3, HasSubstr("spare_ratio 0.09\n"), error);
+    ExpectValid("openmetrics");
 }
 
 TEST_F(CommandTest, MalformedRepliesAreAConnectionError) {
