@@ -4,7 +4,7 @@
 #include <iterator>
 #include <utility>
 
-#include "format.h"
+#include "readings.h"
 
 namespace disk_info::cli {
 
@@ -13,26 +13,13 @@ namespace {
 // Many JSON readers store numbers as double, which is exact up to this value.
 constexpr uint64_t kLargestExact = uint64_t{1} << 53;
 
+constexpr int kSchemaVersion = 1;
+
 constexpr const char* kPartitions[] = {"userdata", "metadata"};
 
-struct ErrorText {
-    const char* kind;
-    const char* advice;
-};
-
-ErrorText TextFor(ErrorKind kind) {
-    switch (kind) {
-        case ErrorKind::kConnection:
-            return {"connection", ""};
-        case ErrorKind::kService:
-            return {"service",
-                    "the data cannot be read, or this disk or partition is not supported"};
-        case ErrorKind::kException:
-            return {"exception", "the supported partitions are userdata and metadata"};
-        case ErrorKind::kReply:
-            break;
-    }
-    return {"reply", "the reply could not be decoded; update the package disk-info"};
+const char* NameOf(ErrorKind kind) {
+    static constexpr const char* kNames[]{"connection", "service", "exception", "reply"};
+    return kNames[static_cast<size_t>(kind)];
 }
 
 // The calls of the request, not answered yet.
@@ -47,6 +34,7 @@ std::vector<Result> CallsOf(const Request& request) {
         case Command::kFilesystem:
             return {{Call::kFilesystem, request.partition, {}}};
         case Command::kStatus:
+        case Command::kCheck:
         case Command::kMetrics:
             break;
     }
@@ -69,8 +57,7 @@ Json WithExactTexts(const Json& fields) {
 
 Json ToJson(const Answer& answer) {
     if (answer.error) {
-        return {
-            {"error", {{"kind", TextFor(answer.error->kind).kind}, {"code", answer.error->code}}}};
+        return {{"error", {{"kind", NameOf(answer.error->kind)}, {"code", answer.error->code}}}};
     }
     const Json* const fields = answer.Fields();
     if (fields == nullptr) return nullptr;
@@ -87,8 +74,19 @@ Json ToJson(const Answer& answer) {
 
 Json ToJson(const Assessment& assessment) {
     Json reasons = Json::array();
-    for (const Finding& finding : assessment.findings) reasons.push_back(finding.reason);
-    return {{"verdict", NameOf(assessment.verdict)}, {"reasons", std::move(reasons)}};
+    Json findings = Json::array();
+    for (const Finding& finding : assessment.findings) {
+        reasons.push_back(finding.reason);
+        if (finding.field.empty()) continue;
+        const Json partition = finding.partition.empty() ? Json() : Json(finding.partition);
+        findings.push_back({{"field", finding.field},
+                            {"partition", partition},
+                            {"verdict", NameOf(finding.verdict)},
+                            {"reason", finding.reason}});
+    }
+    return {{"verdict", NameOf(assessment.verdict)},
+            {"reasons", std::move(reasons)},
+            {"findings", std::move(findings)}};
 }
 
 }  // namespace
@@ -104,10 +102,6 @@ const char* NameOf(Call call) {
     return kNames[static_cast<size_t>(call)];
 }
 
-std::string Describe(const CallError& error) {
-    return std::string(TextFor(error.kind).kind) + " error " + std::to_string(error.code);
-}
-
 const Result* Document::Find(Call call) const {
     const auto found = std::ranges::find(results, call, &Result::call);
     return found != results.end() ? &*found : nullptr;
@@ -117,9 +111,12 @@ Document MakeDocument(const Request& request, const Answerer& answer) {
     Document document;
     document.results = CallsOf(request);
     for (Result& result : document.results) result.answer = answer(result.call, result.partition);
-    if (const Result* const health = document.Find(Call::kHealth)) {
-        document.assessment = Assess(health->answer.Fields());
+    std::vector<Subject> subjects;
+    for (const Result& result : document.results) {
+        if (result.call != Call::kHealth && result.call != Call::kFilesystem) continue;
+        subjects.push_back({result.partition, result.answer.Fields()});
     }
+    if (!subjects.empty()) document.assessment = Assess(subjects);
     return document;
 }
 
@@ -131,20 +128,8 @@ Document UnansweredDocument(const Request& request) {
     });
 }
 
-std::vector<std::string> FailureLines(const Document& document) {
-    std::vector<std::string> lines;
-    for (const Result& result : document.results) {
-        const std::optional<CallError>& error = result.answer.error;
-        if (!error || error->kind == ErrorKind::kConnection) continue;
-        std::string line = NameOf(result.call);
-        if (result.call == Call::kFilesystem) line += " " + Printable(result.partition);
-        lines.push_back(line + ": " + Describe(*error) + "; " + TextFor(error->kind).advice);
-    }
-    return lines;
-}
-
 Json ToJson(const Document& document) {
-    Json json{{"schemaVersion", 1}};
+    Json json{{"schemaVersion", kSchemaVersion}};
     for (const Result& result : document.results) {
         if (result.call == Call::kFilesystem) {
             json["filesystems"][result.partition] = ToJson(result.answer);
@@ -153,7 +138,13 @@ Json ToJson(const Document& document) {
         }
     }
     if (document.assessment) json["assessment"] = ToJson(*document.assessment);
+    json["readings"] = Readings(document);
     return json;
+}
+
+Json ErrorToJson(const std::string& message) {
+    return {{"schemaVersion", kSchemaVersion},
+            {"error", {{"kind", NameOf(ErrorKind::kConnection)}, {"message", message}}}};
 }
 
 }  // namespace disk_info::cli

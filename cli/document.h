@@ -1,4 +1,4 @@
-// A document: the calls of one request, their answers, and the verdict on the health. Every output
+// A document: the calls of one request, their answers, and the verdict on them. Every output
 // form prints it. It is built once for a request, owns all of its data and holds no connection.
 #pragma once
 
@@ -14,9 +14,10 @@
 
 namespace disk_info::cli {
 
-// The sub-commands. kStatus and kMetrics make all calls.
-enum class Command { kStatus, kInfo, kHealth, kPower, kFilesystem, kMetrics };
-inline constexpr const char* kCommandNames[]{"status", "info", "health", "power", "fs", "metrics"};
+// The sub-commands. kStatus, kCheck and kMetrics make all calls.
+enum class Command { kStatus, kInfo, kHealth, kPower, kFilesystem, kCheck, kMetrics };
+inline constexpr const char* kCommandNames[]{"status", "info",  "health", "power",
+                                             "fs",     "check", "metrics"};
 constexpr const char* NameOf(Command command) {
     return kCommandNames[static_cast<size_t>(command)];
 }
@@ -40,8 +41,6 @@ struct CallError {
     ErrorKind kind;
     int32_t code;
 };
-// Kind and code of the error, for example "service error -1".
-std::string Describe(const CallError& error);
 
 enum class Arm { kNone, kNvme, kUfs };  // kNone: a filesystem, or no fields
 
@@ -65,7 +64,7 @@ struct Document {
     const Result* Find(Call call) const;
 
     std::vector<Result> results;           // in output order
-    std::optional<Assessment> assessment;  // if the health call is included
+    std::optional<Assessment> assessment;  // if it includes the health or a filesystem
     std::string warning;                   // one line for the user; "": none
 };
 
@@ -76,11 +75,9 @@ Document MakeDocument(const Request& request, const Answerer& answer);
 // The document of a request that did not reach the service: a connection error for every call.
 Document UnansweredDocument(const Request& request);
 
-// One line for each failed call, with advice. A connection error has no line: the caller prints the
-// message of the ConnectionError instead.
-std::vector<std::string> FailureLines(const Document& document);
-
 // The published form; packaging/disk_info.schema.json describes it.
 Json ToJson(const Document& document);
+// The published form if the service did not answer.
+Json ErrorToJson(const std::string& message);
 
 }  // namespace disk_info::cli

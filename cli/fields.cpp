@@ -1,7 +1,9 @@
 #include "fields.h"
 
 #include <algorithm>
+#include <bit>
 #include <cctype>
+#include <cstdint>
 #include <iterator>
 
 #include "format.h"
@@ -73,22 +75,56 @@ bool IsDefined(const Json& /*fields*/, const Json& value) {
 // The words for a reported value.
 using Formatter = std::string (*)(const Json& fields, const Json& value);
 
-std::string Percent(const Json& /*fields*/, const Json& value) {
-    return value.dump() + " %";
+std::string Checked(bool is_possible, const std::string& words) {
+    return is_possible ? words : words + ", an impossible value";
 }
-std::string LifeUsed(const Json& fields, const Json& value) {
-    return Percent(fields, value) + (value > 100 ? ", beyond the expected life" : "");
+std::string Count(const Json& /*fields*/, const Json& value) {
+    return Checked(value.get<double>() < 0x1p63, value.dump());
+}
+std::string Share(const Json& /*fields*/, const Json& value) {
+    return Checked(value <= 100, value.dump() + " %");
+}
+std::string LifeUsed(const Json& /*fields*/, const Json& value) {
+    return value.dump() + (value > 100 ? " %, beyond the expected life" : " %");
 }
 std::string ShareOfDisk(const Json& /*fields*/, const Json& value) {
-    return Format("%.3g %% of the disk", value.get<double>() * 100);
+    const double percent = value.get<double>() * 100;
+    return Checked(percent <= 100, Format("%.3g %% of the disk", percent));
 }
 std::string Size(const Json& /*fields*/, const Json& value) {
     const auto bytes = value.get<double>();
-    return DecimalSize(bytes) + " (" + BinarySize(bytes) + ")";
+    return Checked(bytes < 1e18, DecimalSize(bytes) + " (" + BinarySize(bytes) + ")");
 }
-// A data unit is 1000 blocks of 512 bytes.
+// A data unit is 1000 blocks of 512 bytes. An amount of 1000 EB takes a fast disk thousands of
+// years.
 std::string DataUnits(const Json& /*fields*/, const Json& value) {
-    return DecimalSize(value.get<double>() * 512'000);
+    const double bytes = value.get<double>() * 512'000;
+    return bytes < 1e21 ? DecimalSize(bytes) : Checked(false, value.dump() + " data units");
+}
+// The bits of a text that holds a number; other texts are returned as they are. Source: the Device
+// Descriptor of JEDEC UFS, bUFSFeaturesSupport and dExtendedUFSFeaturesSupport.
+std::string Features(const Json& /*fields*/, const Json& value) {
+    static constexpr const char* kNames[]{"field firmware update",
+                                          "production state awareness",
+                                          "device life span",
+                                          "refresh",
+                                          "temperature events",
+                                          "temperature events",
+                                          "extended temperature range",
+                                          "host performance booster",
+                                          "Write Booster",
+                                          "performance throttling",
+                                          "advanced RPMB"};
+    const std::optional<double> number = NumberOf(value);
+    if (!number) return Printable(value.get<std::string>());
+    std::string text;
+    for (auto bits = static_cast<uint32_t>(*number); bits != 0; bits &= bits - 1) {
+        const auto bit = static_cast<size_t>(std::countr_zero(bits));
+        const std::string name = bit < std::size(kNames) ? kNames[bit] : Format("bit %zu", bit);
+        if (text.ends_with(name)) continue;
+        text += (text.empty() ? "" : ", ") + name;
+    }
+    return text.empty() ? "none" : text;
 }
 std::string NvmeVersion(const Json& fields, const Json& value) {
     return value.dump() + Format(".%.0f.%.0f", NumberAt(fields, "versionMinor"),
@@ -107,15 +143,7 @@ std::string LifeTimeLevel(const Json& /*fields*/, const Json& value) {
     return Format("%.0f %% to %.0f %% used", level * 10 - 10, level * 10);
 }
 std::string RaisedWarnings(const Json& /*fields*/, const Json& value) {
-    const auto bits = value.get<unsigned>();
-    std::string raised;
-    for (size_t bit = 0; bit < 8; ++bit) {
-        if ((bits >> bit & 1) == 0) continue;
-        if (!raised.empty()) raised += "; ";
-        raised += bit < kCriticalWarnings.size() ? std::string(kCriticalWarnings[bit].words)
-                                                 : "bit " + std::to_string(bit);
-    }
-    return raised.empty() ? "none" : raised;
+    return WarningWords(value.get<unsigned>());
 }
 
 // Values with a name. Sources: the Health, Unit and Geometry Descriptors of JEDEC UFS; for
@@ -148,8 +176,8 @@ const struct {
 };
 
 // Rules for fields whose label, condition or words differ from the default. A null label is derived
-// from the field's name; the label "" hides the field. `missing` is printed for a field that is not
-// reported; it is "-" if the field does not apply.
+// from the field's name; the label "" hides the field. `missing` is the text for a field that is
+// not reported; it is "" if the field then does not apply.
 const struct Rule {
     const char* field;
     const char* label;
@@ -162,35 +190,35 @@ const struct Rule {
     {"versionTertiary", "", HasVersion, nullptr},
     {"ffuSupport", "Firmware update in the field", HasFeatures, nullptr},
     {"size", nullptr, IsPositive, Size},
-    {"availableSpare", nullptr, HasSpare, Percent},
-    {"availableSpareThreshold", nullptr, HasSpare, Percent},
+    {"availableSpare", nullptr, HasSpare, Share},
+    {"availableSpareThreshold", nullptr, HasSpare, Share},
     {"percentageUsed", "Expected life used", nullptr, LifeUsed},
     {"criticalWarning", nullptr, IsByte, RaisedWarnings},
     {"dataUnitsWritten", "Data written", IsPositive, DataUnits},  // NVMe: 0 is "not reported"
-    {"numberOfMediaErrors", "Media errors", nullptr, nullptr},
-    {"numberOfErrorLogEntries", "Error log entries", nullptr, nullptr},
+    {"numberOfMediaErrors", "Media errors", nullptr, Count},
+    {"numberOfErrorLogEntries", "Error log entries", nullptr, Count},
     {"discardReadValue", "Discarded blocks read as", IsDefined, nullptr},
     {"currentPowerState", nullptr, HasPowerState, nullptr},
     {"isOperational", "Operational", HasPowerState, nullptr},
     {"specVersion", "UFS version", IsPositive, UfsVersion},
     {"provisioningType", "Provisioning", HasIdentity, nullptr},
     {"writeBoosterSupport", "Write Booster", HasFeatures, nullptr},
-    {"writeBoosterEnabled", "Write Booster enabled", HasWriteBooster, nullptr, "-"},
+    {"writeBoosterEnabled", "Write Booster enabled", HasWriteBooster, nullptr, ""},
     {"writeBoosterBufferPreserveUserSpaceEn", "Write Booster preserves user space", HasWriteBooster,
-     nullptr, "-"},
-    {"writeBoosterBufferType", "Write Booster buffer", HasWriteBooster, nullptr, "-"},
-    {"writeBoosterFraction", "Write Booster size", IsPositive, ShareOfDisk, "-"},
-    {"writeBoosterCurrentAllocUnits", "Write Booster units", IsPositive, nullptr, "-"},
-    {"writeBoosterMaxAllocUnits", "Write Booster units, maximum", IsPositive, nullptr, "-"},
-    {"ufsFeatures", "UFS features", nullptr, nullptr},
-    {"extendedFeatureSupport", "UFS extended features", nullptr, nullptr},
+     nullptr, ""},
+    {"writeBoosterBufferType", "Write Booster buffer", HasWriteBooster, nullptr, ""},
+    {"writeBoosterFraction", "Write Booster size", IsPositive, ShareOfDisk, ""},
+    {"writeBoosterCurrentAllocUnits", "Write Booster units", IsPositive, nullptr, ""},
+    {"writeBoosterMaxAllocUnits", "Write Booster units, maximum", IsPositive, nullptr, ""},
+    {"ufsFeatures", "UFS features", nullptr, Features},
+    {"extendedFeatureSupport", "UFS extended features", nullptr, Features},
     {"preEndOfLifeInfo", "Reserved blocks", HasLevel<3>, nullptr},
     {"deviceLifeTimeEstimationA", "Life time estimation A", HasLevel<11>, LifeTimeLevel},
     {"deviceLifeTimeEstimationB", "Life time estimation B", HasLevel<11>, LifeTimeLevel},
-    {"totalNumberOfErrors", "I/O errors", nullptr, nullptr},
+    {"totalNumberOfErrors", "I/O errors", nullptr, Count},
     {"isActive", "Active", HasLinkState, nullptr},
-    {"lastErrorFunction", nullptr, HasFilesystemError, nullptr, "-"},
-    {"lastErrorCode", "Last error", HasFilesystemError, nullptr, "-"},
+    {"lastErrorFunction", nullptr, HasFilesystemError, nullptr, ""},
+    {"lastErrorCode", "Last error", HasFilesystemError, nullptr, ""},
 };
 
 const Rule& RuleFor(const std::string& name) {
@@ -220,6 +248,17 @@ bool IsReported(const Json& fields, const std::string& name) {
     if (value.is_string() && Printable(value.get<std::string>()).empty()) return false;
     const Rule& rule = RuleFor(name);
     return rule.is_reported == nullptr || rule.is_reported(fields, value);
+}
+
+std::string WarningWords(unsigned bits) {
+    std::string raised;
+    for (size_t bit = 0; bit < 8; ++bit) {
+        if ((bits >> bit & 1) == 0) continue;
+        if (!raised.empty()) raised += "; ";
+        raised += bit < kCriticalWarnings.size() ? std::string(kCriticalWarnings[bit].words)
+                                                 : "bit " + std::to_string(bit);
+    }
+    return raised.empty() ? "none" : raised;
 }
 
 std::optional<double> Reading(const Json& fields, const std::string& name) {

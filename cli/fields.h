@@ -30,13 +30,16 @@ inline constexpr std::array<CriticalWarning, 6> kCriticalWarnings{{
 // False for a missing field, an empty text, and values that mean "not reported".
 bool IsReported(const Json& fields, const std::string& name);
 
+// The words of the bits that are set in a critical warning; "none" if no bit is.
+std::string WarningWords(unsigned bits);
+
 // The field as a number. Empty: it is not reported or not a number.
 std::optional<double> Reading(const Json& fields, const std::string& name);
 
 // The field's label; "" if the field is shown as part of another one.
 std::string Label(const std::string& name);
 
-// The value in words; "not reported" or "-" if the disk does not report it.
+// The value in words; "not reported" if the disk does not report it, "" if it does not apply.
 std::string Words(const Json& fields, const std::string& name);
 
 }  // namespace disk_info::cli

@@ -10,10 +10,12 @@ namespace disk_info::cli {
 
 namespace {
 
+// The limits are those at which a number is rounded to one digit more.
 std::string Scaled(double bytes, double step, std::initializer_list<const char*> units) {
     const char* const* unit = units.begin();
-    for (; bytes >= step && unit + 1 != units.end(); ++unit) bytes /= step;
-    return Format("%.1f %s", bytes, *unit);
+    for (; bytes >= step - 0.5 && unit + 1 != units.end(); ++unit) bytes /= step;
+    const bool is_exact = unit == units.begin();
+    return Format("%.*f %s", is_exact || bytes >= 99.95 ? 0 : bytes >= 9.995 ? 1 : 2, bytes, *unit);
 }
 
 }  // namespace

@@ -19,9 +19,9 @@ namespace disk_info::cli {
 // skipped: the service trims the texts that hold numbers.
 std::optional<double> NumberOf(const Json& value);
 
-// In the largest unit that leaves a value of at least 1, with one decimal: "256.1 GB".
+// Three significant digits in the largest unit that leaves a value of at least 1: "256 GB".
 std::string DecimalSize(double bytes);
-std::string BinarySize(double bytes);  // "238.5 GiB"
+std::string BinarySize(double bytes);  // "238 GiB", and up to "1023 GiB"
 
 // `text` made safe for a terminal: trailing blanks are removed, bytes that are not UTF-8 replaced,
 // and quotes, backslashes and everything outside printable ASCII escaped as in JSON.

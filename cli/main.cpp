@@ -1,11 +1,14 @@
 // disk_info, the command: queries the service once or repeatedly and prints the answers.
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "check.h"
+#include "connection.h"
+#include "failures.h"
 #include "metrics.h"
 #include "options.h"
 #include "output.h"
@@ -16,89 +19,124 @@
 namespace disk_info::cli {
 namespace {
 
+// Of plain text. It is that of the terminal, also if the text goes through a pipe to it.
+struct Style {
+    bool is_decorated;
+    Size size;
+};
+
 struct Outcome {
     std::string text;                   // for standard output
     std::vector<std::string> messages;  // for standard error, one line each
-    ExitStatus status = kAllAnswered;
+    int status = kAllAnswered;
 };
 
-std::string TextOf(const Document& document, const Options& options) {
-    if (options.request.command == Command::kMetrics) return MetricsText(document);
-    if (!options.as_json) return PlainText(document, OutputHasColour());
-    return ToJson(document).dump(2, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace) +
-           "\n";
+std::string JsonText(const Json& json) {
+    return json.dump(2, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace) + "\n";
 }
 
-Outcome QueryOnce(const Options& options) {
+Outcome Answered(const Document& document, const Options& options, const Style& style) {
     Outcome outcome;
-    try {
-        const std::chrono::seconds limit(options.timeout_seconds);
-        const Document document = QueryWithin(limit, options.request);
-        outcome.text = TextOf(document, options);
-        outcome.messages = FailureLines(document);
-        if (!outcome.messages.empty()) outcome.status = kServiceError;
-        if (!document.warning.empty()) {
-            outcome.messages.insert(outcome.messages.begin(), document.warning);
-        }
-    } catch (const ConnectionError& error) {
-        outcome.messages.emplace_back(error.what());
-        outcome.status = kNotAnswered;
-        // A collector reads the text and not the exit status.
-        if (options.request.command == Command::kMetrics) {
-            outcome.text = TextOf(UnansweredDocument(options.request), options);
-        }
+    if (options.request.command == Command::kCheck) {
+        CheckResult result = Check(document);
+        return {std::move(result.text), {}, result.status};
+    }
+    outcome.messages = FailureLines(document);
+    if (!outcome.messages.empty()) outcome.status = kServiceError;
+    if (!document.warning.empty()) {
+        outcome.messages.insert(outcome.messages.begin(), document.warning);
+    }
+    if (options.request.command == Command::kMetrics) {
+        outcome.text = MetricsText(document, options.metrics_format);
+    } else if (options.as_json) {
+        outcome.text = JsonText(ToJson(document));
+    } else {
+        outcome.text = PlainText(document, style.is_decorated, style.size.columns);
     }
     return outcome;
 }
 
-std::string WithPrefix(const std::string& message) {
-    return "disk_info: " + message + "\n";
+// Programs get an answer on standard output too: they may not read the exit status.
+Outcome NotAnswered(const std::string& message, const Options& options) {
+    Outcome outcome{"", {message}, kNotAnswered};
+    if (options.request.command == Command::kCheck) {
+        CheckResult result = FailedCheck(message);
+        return {std::move(result.text), {}, result.status};
+    }
+    if (options.request.command == Command::kMetrics) {
+        outcome.text = MetricsText(UnansweredDocument(options.request), options.metrics_format);
+    }
+    if (options.as_json) outcome.text = JsonText(ErrorToJson(message));
+    return outcome;
 }
 
-void PrintMessage(const std::string& message) {
-    (void)std::fputs(WithPrefix(message).c_str(), stderr);
+std::string LinesOf(const std::vector<std::string>& messages) {
+    std::string text;
+    for (const std::string& message : messages) text.append("disk_info: ").append(message) += '\n';
+    return text;
 }
 
-// A title with the local time, the text, then the messages.
-std::string Frame(const Options& options) {
-    const Outcome outcome = QueryOnce(options);
+Outcome QueryOnce(const Options& options, const Style& style) {
+    const std::string late = "the service did not answer within " +
+                             std::to_string(options.timeout_seconds) +
+                             " s; check systemctl status disk-info.service and journalctl -u "
+                             "disk-info.service, or set a longer limit with --timeout";
+    const Outcome at_limit = NotAnswered(late, options);
+    const TimeLimit limit(options.timeout_seconds, at_limit.text, LinesOf(at_limit.messages),
+                          at_limit.status);
+    try {
+        return Answered(Query(options.request), options, style);
+    } catch (const ConnectionError& error) {
+        return NotAnswered(error.what(), options);
+    }
+}
+
+int PrintOnce(const Options& options, const Style& style) {
+    Outcome outcome = QueryOnce(options, style);
+    if (!WriteOutput(outcome.text)) {
+        const bool is_check = options.request.command == Command::kCheck;
+        outcome = {"", {"cannot write the output"}, is_check ? kCheckUnknown : kOutputFailed};
+    }
+    (void)std::fputs(LinesOf(outcome.messages).c_str(), stderr);
+    return outcome.status;
+}
+
+// A title with the local time, an empty line, then the output and the messages.
+void PrintFrame(const Options& options, const Style& style) {
     const std::time_t now = std::time(nullptr);
     std::tm local = {};
     char time[32] = "";
     if (localtime_r(&now, &local) != nullptr) {
-        (void)std::strftime(time, sizeof(time), "%F %T", &local);
+        (void)std::strftime(time, sizeof(time), "%T", &local);
     }
-    std::string text = std::string("disk_info ") + NameOf(options.request.command) + ", every " +
-                       std::to_string(options.watch_seconds) + " s: " + time + "\n\n" +
-                       outcome.text;
-    for (const std::string& message : outcome.messages) text += WithPrefix(message);
-    return text;
+    (void)WriteOutput(std::string("disk_info ") + NameOf(options.request.command) + ", every " +
+                      std::to_string(options.watch_seconds) + " s, " + time + "\n\n");
+    (void)PrintOnce(options, style);
 }
 
-ExitStatus Run(const Options& options) {
-    Outcome outcome;
-    if (options.watch_seconds > 0) {
-        Watch(options.watch_seconds, [&] { return Frame(options); });
-        outcome.status = kOutputFailed;
-    } else {
-        outcome = QueryOnce(options);
-        if (!WriteOutput(outcome.text)) outcome = {"", {}, kOutputFailed};
-    }
-    if (outcome.status == kOutputFailed) outcome.messages = {"cannot write the output"};
-    for (const std::string& message : outcome.messages) PrintMessage(message);
-    return outcome.status;
+int Run(const Options& options) {
+    const bool is_decorated = OutputIsDecorated(options.decoration);
+    if (options.watch_seconds == 0) return PrintOnce(options, {is_decorated, OutputSize()});
+    const auto print = [&](const Size& size) { PrintFrame(options, {is_decorated, size}); };
+    Watch(options.watch_seconds, print);
+    (void)std::fputs(LinesOf({"cannot write the output"}).c_str(), stderr);
+    return kOutputFailed;
 }
 
 }  // namespace
 }  // namespace disk_info::cli
+
+// Replaces the C++ library's terminate handler, which would add its demangler to the file.
+namespace __gnu_cxx {
+void __verbose_terminate_handler() {
+    std::abort();
+}
+}  // namespace __gnu_cxx
 
 int main(int argc, char** argv) {
     using namespace disk_info::cli;
     int exit_status = kAllAnswered;
     const std::optional<Options> options = ParseOptions(argc, argv, &exit_status);
     if (!options) return exit_status;
-    const ExitStatus status = Run(*options);
-    // An abandoned query may still use static objects, so they must not be destroyed.
-    if (status == kNotAnswered || status == kOutputFailed) std::_Exit(status);
-    return status;
+    return Run(*options);
 }

@@ -51,7 +51,7 @@ Samples Identity(const Document& document) {
         {"vendor", "vendor"},
         {"modelNumber", "model"},
         {"serialNumber", "serial"},
-        {"firmwareRevision", "firmware"},
+        {"firmwareRevision", "firmware_revision"},
         {"versionMajor", "version"},
         {"specVersion", "version"},
     };
@@ -81,10 +81,11 @@ Samples CriticalWarnings(const Document& document) {
     const auto warnings = fields != nullptr ? Reading(*fields, "criticalWarning") : std::nullopt;
     if (!warnings) return {};
     Samples samples;
-    auto bits = static_cast<unsigned>(*warnings);
-    for (const CriticalWarning& warning : kCriticalWarnings) {
-        samples.push_back({OneLabel("warning", warning.key), (bits & 1) != 0 ? 1.0 : 0.0});
-        bits >>= 1;
+    const auto bits = static_cast<unsigned>(*warnings);
+    for (size_t bit = 0; bit < 8; ++bit) {  // The later bits are reserved and have no name.
+        const std::string key = bit < kCriticalWarnings.size() ? kCriticalWarnings[bit].key
+                                                               : "bit_" + std::to_string(bit);
+        samples.push_back({OneLabel("warning", key), (bits >> bit & 1) != 0 ? 1.0 : 0.0});
     }
     return samples;
 }
@@ -183,27 +184,39 @@ std::string ValueText(double value) {
     return {text, end};
 }
 
-// "" for a family without samples.
-std::string FamilyText(const Family& family, const Samples& samples) {
-    if (samples.empty()) return "";
+// The lines before the samples of a family. In the Prometheus format they name the samples; in
+// OpenMetrics they name the family, which is without the "_total" of a counter's samples.
+std::string Description(const Family& family, const std::string& sample, MetricsFormat format) {
+    const std::string type = family.type == kCounter ? " counter\n" : " gauge\n";
+    if (format == MetricsFormat::kPrometheus) {
+        return "# HELP " + sample + " " + family.help + "\n# TYPE " + sample + type;
+    }
     const std::string name = std::string("disk_info_") + family.name;
-    const bool is_counter = family.type == kCounter;
-    std::string text = "# TYPE " + name + (is_counter ? " counter\n" : " gauge\n");
+    std::string text = "# TYPE " + name + type;
     if (*family.unit != '\0') text += "# UNIT " + name + " " + family.unit + "\n";
-    text += "# HELP " + name + " " + family.help + "\n";
+    return text + "# HELP " + name + " " + family.help + "\n";
+}
+
+// "" for a family without samples.
+std::string FamilyText(const Family& family, const Samples& samples, MetricsFormat format) {
+    if (samples.empty()) return "";
+    const std::string name =
+        std::string("disk_info_") + family.name + (family.type == kCounter ? "_total" : "");
+    std::string text = Description(family, name, format);
     for (const Sample& sample : samples) {
-        text += name + (is_counter ? "_total" : "") + sample.labels + " " +
-                ValueText(sample.value) + "\n";
+        text += name + sample.labels + " " + ValueText(sample.value) + "\n";
     }
     return text;
 }
 
 }  // namespace
 
-std::string MetricsText(const Document& document) {
+std::string MetricsText(const Document& document, MetricsFormat format) {
     std::string text;
-    for (const Family& family : kFamilies) text += FamilyText(family, family.collect(document));
-    return text + "# EOF\n";
+    for (const Family& family : kFamilies) {
+        text += FamilyText(family, family.collect(document), format);
+    }
+    return format == MetricsFormat::kOpenMetrics ? text + "# EOF\n" : text;
 }
 
 }  // namespace disk_info::cli

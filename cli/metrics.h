@@ -1,5 +1,4 @@
-// A document for collectors: OpenMetrics text in base units. A value that the disk does not report
-// has no sample. The text uses only types that the older Prometheus text format has too.
+// A document for collectors, in base units. A value that the disk does not report has no sample.
 #pragma once
 
 #include <string>
@@ -8,7 +7,12 @@
 
 namespace disk_info::cli {
 
+// Both formats have the same samples. The Prometheus text format is what a textfile collector
+// reads.
+enum class MetricsFormat { kPrometheus, kOpenMetrics };
+
 // `document`: that of Command::kMetrics.
-std::string MetricsText(const Document& document);
+std::string MetricsText(const Document& document,
+                        MetricsFormat format = MetricsFormat::kPrometheus);
 
 }  // namespace disk_info::cli

@@ -1,12 +1,15 @@
-// The command line. The option library is used only in options.cpp.
+// The command line.
 #pragma once
 
 #include <optional>
 
 #include "document.h"
+#include "metrics.h"
+#include "output.h"
 
 namespace disk_info::cli {
 
+// Of all commands but check, whose statuses are those of CheckResult.
 enum ExitStatus {
     kAllAnswered = 0,
     kOutputFailed = 1,
@@ -18,6 +21,8 @@ enum ExitStatus {
 struct Options {
     Request request;
     bool as_json = false;
+    MetricsFormat metrics_format = MetricsFormat::kPrometheus;
+    Decoration decoration = Decoration::kAuto;
     unsigned timeout_seconds = 10;
     unsigned watch_seconds = 0;  // 0: print once
 };

@@ -1,7 +1,9 @@
 #include "output.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -14,13 +16,61 @@ std::string Coloured(Colour colour, const std::string& text) {
     return kSequences[static_cast<size_t>(colour)] + text + "\x1b[0m";
 }
 
+namespace {
+
+// Cuts the line at the last column. Escape sequences take no column; all of them are kept, so that
+// no colour continues beyond the line.
+std::string Cropped(std::string_view line, size_t columns) {
+    std::string text;
+    bool in_sequence = false;
+    for (const char c : line) {
+        if (c == '\x1b') in_sequence = true;
+        if (in_sequence || columns > 0) text += c;
+        if (!in_sequence) columns -= columns > 0 ? 1 : 0;
+        if (c == 'm') in_sequence = false;
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string OnScreen(std::string_view frame, const Size& size) {
+    static constexpr std::string_view kHome = "\x1b[H";
+    static constexpr std::string_view kClearLine = "\x1b[K";
+    static constexpr std::string_view kClearBelow = "\x1b[J";
+    std::string text(kHome);
+    const auto lines = static_cast<size_t>(std::ranges::count(frame, '\n'));
+    const bool fits = size.rows == 0 || lines < size.rows;
+    // A line end in the last row would scroll.
+    const size_t shown = fits ? lines : size.rows - 1;
+    for (size_t i = 0; i < shown; ++i) {
+        const size_t end = frame.find('\n');
+        const std::string_view line = frame.substr(0, end);
+        frame.remove_prefix(end + 1);
+        text.append(kClearLine).append(size.columns == 0 ? line : Cropped(line, size.columns));
+        text += '\n';
+    }
+    text += kClearBelow;
+    if (!fits) text += Cropped(std::to_string(lines - shown) + " more lines", size.columns);
+    return text;
+}
+
 bool OutputIsTerminal() {
     return isatty(STDOUT_FILENO) != 0;
 }
 
-bool OutputHasColour() {
+Size OutputSize() {
+    winsize size = {};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return {0, 0};
+    return {size.ws_row, size.ws_col};
+}
+
+bool OutputIsDecorated(Decoration decoration) {
+    if (decoration != Decoration::kAuto) return decoration == Decoration::kAlways;
     const char* const no_color = std::getenv("NO_COLOR");
-    return OutputIsTerminal() && (no_color == nullptr || *no_color == '\0');
+    const char* const terminal = std::getenv("TERM");
+    return OutputIsTerminal() && (no_color == nullptr || *no_color == '\0') &&
+           (terminal == nullptr || std::string_view(terminal) != "dumb");
 }
 
 bool WriteOutput(std::string_view text) {

@@ -6,12 +6,9 @@
 
 namespace disk_info::cli {
 
-inline constexpr std::string_view kHideCursor = "\x1b[?25l";
-inline constexpr std::string_view kShowCursor = "\x1b[?25h\n";  // the prompt starts a new line
-inline constexpr std::string_view kCursorHome = "\x1b[H";
-inline constexpr std::string_view kClearScreen = "\x1b[2J";
-inline constexpr std::string_view kClearToLineEnd = "\x1b[K";
-inline constexpr std::string_view kClearToScreenEnd = "\x1b[J";
+// The alternate screen, without a cursor. Leaving it shows what was there before.
+inline constexpr std::string_view kEnterScreen = "\x1b[?1049h\x1b[?25l\x1b[2J";
+inline constexpr std::string_view kLeaveScreen = "\x1b[?25h\x1b[?1049l";
 
 enum class Colour { kDefault, kRed, kGreen, kYellow };
 
@@ -20,8 +17,24 @@ std::string Coloured(Colour colour, const std::string& text);
 
 bool OutputIsTerminal();
 
-// Whether standard output is a terminal and NO_COLOR is unset or empty.
-bool OutputHasColour();
+// Zeros if standard output is no terminal or the terminal does not report its size.
+struct Size {
+    size_t rows;
+    size_t columns;
+};
+Size OutputSize();
+
+// `frame` as one text that overwrites the screen line by line; clearing it first would flicker.
+// Lines and columns that do not fit are left out; a size of 0 has no limit. Of escape sequences
+// the frame has only colours.
+std::string OnScreen(std::string_view frame, const Size& size);
+
+// When the output has colour and bars.
+enum class Decoration { kAuto, kAlways, kNever };
+inline constexpr const char* kDecorationNames[]{"auto", "always", "never"};
+
+// kAuto: whether standard output is a terminal other than "dumb", and NO_COLOR is unset or empty.
+bool OutputIsDecorated(Decoration decoration);
 
 // Writes and flushes; false if that failed.
 [[nodiscard]] bool WriteOutput(std::string_view text);

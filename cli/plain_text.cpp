@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <iomanip>
-#include <sstream>
-#include <utility>
+#include <iterator>
+#include <optional>
 #include <vector>
 
 #include "fields.h"
@@ -16,107 +15,198 @@ namespace disk_info::cli {
 
 namespace {
 
+struct Text {
+    std::string words;
+    Verdict verdict = Verdict::kUnknown;  // selects the colour; kUnknown: none
+};
 struct Line {
     std::string label;
-    std::string words;
+    std::vector<Text> start;       // written without blanks between them, never broken
+    std::vector<Text> paragraphs;  // the first one follows `start`, the others begin a line each
 };
 struct Section {
     std::string heading;
     std::vector<Line> lines;
 };
 
-// The fields with a bar, and the reading of a full one.
+// The fields with a bar, and the readings of an empty and a full one. A level of UFS is drawn as
+// the start of its range, which is also the value of the metric.
 const struct Bar {
     const char* field;
+    double empty;
     double full;
 } kBars[] = {
-    {"availableSpare", 100},
-    {"percentageUsed", 100},
-    {"deviceLifeTimeEstimationA", 10},
-    {"deviceLifeTimeEstimationB", 10},
+    {"availableSpare", 0, 100},
+    {"percentageUsed", 0, 100},
+    {"deviceLifeTimeEstimationA", 1, 11},
+    {"deviceLifeTimeEstimationB", 1, 11},
 };
 constexpr size_t kBarWidth = 20;
+constexpr size_t kLeastWidthForBars = 60;
 
-std::string ColouredBy(Verdict verdict, const std::string& text) {
-    static constexpr std::array<Colour, 4> kColours{Colour::kDefault, Colour::kGreen,
-                                                    Colour::kYellow, Colour::kRed};
-    return Coloured(kColours[static_cast<size_t>(verdict)], text);
-}
+// Writes lines of limited width, in colour or without.
+class Writer {
+  public:
+    Writer(bool has_colour, size_t width) : has_colour_(has_colour), width_(width) {}
 
-// "[#####...............] " in the colour of the field's worst finding; "" for a field without bar
-// or value.
-std::string DrawBar(const Json& fields, const std::string& field, const Assessment& assessment) {
+    void Write(const Text& text) {
+        static constexpr std::array<Colour, 4> kColours{Colour::kDefault, Colour::kGreen,
+                                                        Colour::kYellow, Colour::kRed};
+        const Colour colour = kColours[static_cast<size_t>(text.verdict)];
+        text_ += Coloured(has_colour_ ? colour : Colour::kDefault, text.words);
+        column_ += text.words.size();
+    }
+
+    // Ends a line that is full between two words; the next one begins at column `indent`.
+    void WriteParagraph(const Text& text, size_t indent) {
+        std::string line;
+        for (size_t begin = 0; begin <= text.words.size();) {
+            size_t end = text.words.find(' ', begin);
+            if (end != std::string::npos && text.words.compare(end, 2, " %") == 0) {
+                end = text.words.find(' ', end + 1);  // A number stays with its "%".
+            }
+            end = std::min(end, text.words.size());
+            const std::string word = text.words.substr(begin, end - begin);
+            const size_t blank = begin == 0 ? 0 : 1;
+            begin = end + 1;
+            const size_t column = column_ + line.size();
+            if (width_ != 0 && column + blank + word.size() > width_ && column > indent) {
+                Write({line, text.verdict});
+                EndLine();
+                Write({std::string(indent, ' ')});
+                line = word;
+            } else {
+                line.append(blank, ' ').append(word);
+            }
+        }
+        Write({line, text.verdict});
+    }
+
+    // The first paragraph follows the line's start; the others begin below it.
+    void WriteLine(const std::vector<Text>& start, const std::vector<Text>& paragraphs) {
+        for (const Text& text : start) Write(text);
+        const size_t indent = width_ != 0 ? std::min(column_, width_ / 2) : column_;
+        for (const Text& paragraph : paragraphs) {
+            if (&paragraph != &paragraphs.front()) Write({std::string(indent, ' ')});
+            WriteParagraph(paragraph, indent);
+            EndLine();
+        }
+    }
+
+    void EndLine() {
+        text_.erase(text_.find_last_not_of(' ') + 1);
+        text_ += '\n';
+        column_ = 0;
+    }
+
+    const std::string& Written() const { return text_; }
+
+  private:
+    const bool has_colour_;
+    const size_t width_;
+    std::string text_;
+    size_t column_ = 0;
+};
+
+// "[#####...............] "; empty for a field without bar or value.
+std::vector<Text> DrawBar(const Json& fields, const std::string& field, Verdict verdict) {
     const auto* const bar = std::find_if(std::begin(kBars), std::end(kBars),
                                          [&](const Bar& one) { return one.field == field; });
     const auto value = Reading(fields, field);
-    if (bar == std::end(kBars) || !value) return "";
-    const double part = std::clamp(*value / bar->full, 0.0, 1.0);
+    if (bar == std::end(kBars) || !value) return {};
+    const double part = std::clamp((*value - bar->empty) / (bar->full - bar->empty), 0.0, 1.0);
     const auto filled = static_cast<size_t>(std::lround(part * kBarWidth));
-    Verdict worst = Verdict::kOk;
-    for (const Finding& finding : assessment.findings) {
-        if (finding.field == field) worst = std::max(worst, finding.verdict);
-    }
-    return "[" + ColouredBy(worst, std::string(filled, '#')) +
-           std::string(kBarWidth - filled, '.') + "] ";
+    return {
+        {"["}, {std::string(filled, '#'), verdict}, {std::string(kBarWidth - filled, '.') + "] "}};
 }
 
-std::string VerdictWords(const Assessment& assessment, bool decorated) {
-    const std::string name = NameOf(assessment.verdict);
-    std::string text = decorated ? ColouredBy(assessment.verdict, name) : name;
-    const char* separator = ": ";
-    for (const Finding& finding : assessment.findings) {
-        text += std::exchange(separator, "; ") + finding.reason;
-    }
-    return text;
+std::vector<Text> Reasons(const Assessment& assessment) {
+    std::vector<Text> reasons;
+    for (const Finding& finding : assessment.BySeverity()) reasons.push_back({finding.reason});
+    return reasons;
 }
 
-std::vector<Line> LinesFor(const Answer& answer, const Assessment* decoration) {
-    if (answer.error) return {{"Not available", Describe(*answer.error)}};
-    const Json* const fields = answer.Fields();
-    if (fields == nullptr) return {{"Result", "none"}};
+Line VerdictLine(const std::string& label, const Assessment& assessment) {
+    return {label, {{NameOf(assessment.verdict), assessment.verdict}, {": "}}, Reasons(assessment)};
+}
+
+std::vector<Line> LinesFor(const Result& result, const std::optional<Assessment>& assessment,
+                           bool has_bars) {
+    const Json* const fields = result.answer.Fields();
+    if (fields == nullptr) return {{"Result", {}, {{"none"}}}};
     std::vector<Line> lines;
     for (const auto& [name, value] : fields->items()) {
         const std::string label = Label(name);
-        if (label.empty()) continue;
-        const std::string bar = decoration != nullptr ? DrawBar(*fields, name, *decoration) : "";
-        lines.push_back({label, bar + Words(*fields, name)});
+        const std::string words = Words(*fields, name);
+        if (label.empty() || words.empty()) continue;
+        const Verdict verdict =
+            assessment ? assessment->On(name, result.partition) : Verdict::kUnknown;
+        const bool is_finding = verdict > Verdict::kOk;
+        lines.push_back({label,
+                         has_bars ? DrawBar(*fields, name, verdict) : std::vector<Text>(),
+                         {{words, is_finding ? verdict : Verdict::kUnknown}}});
     }
     return lines;
 }
 
-Section SectionFor(const Result& result, const Document& document, bool decorated) {
-    if (result.call == Call::kFilesystem) {
-        return {"Filesystem " + Printable(result.partition), LinesFor(result.answer, nullptr)};
+std::vector<Section> SectionsFor(const Document& document, bool has_bars) {
+    std::vector<Section> sections;
+    for (const Result& result : document.results) {
+        if (result.answer.error) continue;
+        const std::string heading = result.call == Call::kFilesystem
+                                        ? "Filesystem " + Printable(result.partition)
+                                        : Label(NameOf(result.call));
+        sections.push_back({heading, LinesFor(result, document.assessment, has_bars)});
     }
-    const bool is_health = result.call == Call::kHealth && document.assessment;
-    const Assessment* const decoration = is_health && decorated ? &*document.assessment : nullptr;
-    Section section{Label(NameOf(result.call)), LinesFor(result.answer, decoration)};
-    if (is_health) {
-        section.lines.push_back({"Verdict", VerdictWords(*document.assessment, decorated)});
+    if (!sections.empty() && document.results.size() == 1 && document.assessment) {
+        sections.front().lines.push_back(VerdictLine("Verdict", *document.assessment));
     }
-    return section;
+    return sections;
 }
 
 }  // namespace
 
-std::string PlainText(const Document& document, bool decorated) {
-    std::vector<Section> sections;
-    size_t width = 0;
-    for (const Result& result : document.results) {
-        sections.push_back(SectionFor(result, document, decorated));
-        for (const Line& line : sections.back().lines) width = std::max(width, line.label.size());
+std::string DiskTitle(const Document& document) {
+    const Result* const info = document.Find(Call::kInfo);
+    const Json* const fields = info != nullptr ? info->answer.Fields() : nullptr;
+    std::string text;
+    for (const char* name : {"vendor", "modelNumber", "type", "size"}) {
+        if (fields == nullptr || !IsReported(*fields, name)) continue;
+        const bool follows_vendor = name == std::string("modelNumber");
+        text += text.empty() ? "" : follows_vendor ? " " : ", ";
+        text += name == std::string("size") ? DecimalSize((*fields)[name].get<double>())
+                                            : Words(*fields, name);
     }
-    const bool has_headings = sections.size() > 1;
-    std::ostringstream text;
-    text << std::left;
+    return text.empty() ? "Disk" : text;
+}
+
+std::string PlainText(const Document& document, bool decorated, size_t width) {
+    const std::vector<Section> sections =
+        SectionsFor(document, decorated && (width == 0 || width >= kLeastWidthForBars));
+    size_t label_width = 0;
     for (const Section& section : sections) {
-        if (has_headings) text << (text.tellp() > 0 ? "\n" : "") << section.heading << "\n";
-        for (const auto& [label, words] : section.lines) {
-            text << (has_headings ? "  " : "") << std::setw(static_cast<int>(width) + 2)
-                 << label + ":" << words << "\n";
+        for (const Line& line : section.lines) {
+            label_width = std::max(label_width, line.label.size());
         }
     }
-    return text.str();
+    if (width != 0) label_width = std::min(label_width, width / 2);
+    Writer writer(decorated, width);
+    const bool has_headings = document.results.size() > 1;
+    if (has_headings && !sections.empty() && document.assessment) {
+        const Line line = VerdictLine(DiskTitle(document) + ": ", *document.assessment);
+        writer.Write({line.label});
+        writer.WriteLine(line.start, line.paragraphs);
+    }
+    for (const Section& section : sections) {
+        if (has_headings) writer.WriteLine({}, {{}, {section.heading}});
+        const std::string margin = has_headings ? "  " : "";
+        for (const auto& [label, start, paragraphs] : section.lines) {
+            const size_t padding = std::max(label_width, label.size()) + 1 - label.size();
+            writer.Write({margin + label + ":" + std::string(padding, ' ')});
+            writer.WriteLine(start, paragraphs);
+        }
+    }
+    return writer.Written();
 }
 
 }  // namespace disk_info::cli

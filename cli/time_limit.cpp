@@ -1,43 +1,52 @@
 #include "time_limit.h"
 
-#include <future>
-#include <string>
-#include <system_error>
-#include <thread>
+#include <unistd.h>
+
+#include <csignal>
+#include <string_view>
 #include <utility>
 
 namespace disk_info::cli {
 
 namespace {
 
-std::future<Document> StartQuery(const Request& request) {
-    std::packaged_task<Document()> task([request] { return Query(request); });
-    std::future<Document> document = task.get_future();
-    try {
-        std::thread(std::move(task)).detach();
-    } catch (const std::system_error& error) {
-        throw ConnectionError(std::string("cannot start a thread: ") + error.what());
+std::string out_text;
+std::string err_text;
+int status_at_limit = 0;
+
+void WriteAll(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(fd, text.data(), text.size());
+        if (written <= 0) return;
+        text.remove_prefix(static_cast<size_t>(written));
     }
-    return document;
+}
+
+// Calls only async-signal-safe functions; the texts do not change while the alarm is set.
+void Exit(int /*signal*/) {
+    WriteAll(STDOUT_FILENO, out_text);
+    WriteAll(STDERR_FILENO, err_text);
+    _exit(status_at_limit);
 }
 
 }  // namespace
 
-Document QueryWithin(std::chrono::seconds limit, const Request& request) {
-    static std::future<Document> abandoned;
-    const auto end = std::chrono::steady_clock::now() + limit;
-    const auto is_in_time = [end](const std::future<Document>& query) {
-        return query.wait_until(end) == std::future_status::ready;
-    };
-    if (!abandoned.valid() || is_in_time(abandoned)) {
-        abandoned = {};
-        std::future<Document> query = StartQuery(request);
-        if (is_in_time(query)) return query.get();
-        abandoned = std::move(query);
-    }
-    throw ConnectionError("the service did not answer within " + std::to_string(limit.count()) +
-                          " s; check systemctl status disk-info.service and journalctl -u "
-                          "disk-info.service, or set a longer limit with --timeout");
+TimeLimit::TimeLimit(unsigned seconds, std::string out, std::string err, int exit_status) {
+    out_text = std::move(out);
+    err_text = std::move(err);
+    status_at_limit = exit_status;
+    struct sigaction action = {};
+    action.sa_handler = Exit;
+    (void)sigaction(SIGALRM, &action, nullptr);
+    sigset_t alarm_only;
+    (void)sigemptyset(&alarm_only);
+    (void)sigaddset(&alarm_only, SIGALRM);
+    (void)sigprocmask(SIG_UNBLOCK, &alarm_only, nullptr);  // The parent may have blocked it.
+    (void)alarm(seconds);
+}
+
+TimeLimit::~TimeLimit() {
+    (void)alarm(0);
 }
 
 }  // namespace disk_info::cli

@@ -1,17 +1,19 @@
-// A time limit for a query. The query runs in a detached thread, which is abandoned at the limit;
-// this works with any binder library. At most one such thread exists: while it hangs, no other
-// query starts.
+// A time limit for the process: at the limit it prints prepared texts and exits. No call has to
+// return for that, so this works with any IPC library.
 #pragma once
 
-#include <chrono>
-
-#include "connection.h"
+#include <string>
 
 namespace disk_info::cli {
 
-// Query() with a limit for connecting and all calls together; throws ConnectionError at the limit
-// too. The result of an abandoned query is discarded, because it is out of date. Not thread-safe.
-// After ConnectionError the thread may still run, so the process must end by _Exit().
-Document QueryWithin(std::chrono::seconds limit, const Request& request);
+// Set from the constructor to the destructor. At most one exists.
+class TimeLimit {
+  public:
+    // At the limit, `out` goes to standard output and `err` to standard error.
+    TimeLimit(unsigned seconds, std::string out, std::string err, int exit_status);
+    TimeLimit(const TimeLimit&) = delete;
+    TimeLimit& operator=(const TimeLimit&) = delete;
+    ~TimeLimit();
+};
 
 }  // namespace disk_info::cli

@@ -1,9 +1,11 @@
 #include "verdict.h"
 
 #include <algorithm>
+#include <functional>
 #include <optional>
 
 #include "fields.h"
+#include "format.h"
 
 namespace disk_info::cli {
 
@@ -62,39 +64,80 @@ constexpr struct Limit {
     {"preEndOfLifeInfo", Equals, 3, nullptr, Verdict::kFailing},                   // ufs: urgent
     {"deviceLifeTimeEstimationA", Reaches, 0x0A, nullptr, Verdict::kWatch},        // own: from 90 %
     {"deviceLifeTimeEstimationB", Reaches, 0x0A, nullptr, Verdict::kWatch},
+    {"errorCount", Exceeds, 0, nullptr, Verdict::kWatch},  // own
 };
 
-// A row for one bit names only that bit, although the field's words list all that are set.
-std::string ReasonFor(const Json& fields, const Limit& limit) {
-    std::string reason = Label(limit.field) + ": ";
-    reason += limit.test == HasBit ? kCriticalWarnings[static_cast<size_t>(limit.limit)].words
-                                   : Words(fields, limit.field);
+// A row for bits of the critical warning names only those bits.
+std::string WordsFor(const Json& fields, const Limit& limit) {
+    if (limit.test != HasBit && limit.test != HasBitFrom) return Words(fields, limit.field);
+    const unsigned mask = limit.test == HasBit ? 1U : ~0U;
+    return WarningWords(fields[limit.field].get<unsigned>() &
+                        mask << static_cast<unsigned>(limit.limit));
+}
+
+std::string ReasonFor(const Subject& subject, const Limit& limit) {
+    const Json& fields = *subject.fields;
+    std::string reason = Label(limit.field);
+    if (!subject.partition.empty()) reason += " of " + Printable(subject.partition);
+    reason += ": " + WordsFor(fields, limit);
     if (limit.limit_field == nullptr) return reason;
     reason += limit.test == IsBelow ? ", below its threshold of " : ", at its threshold of ";
     return reason + Words(fields, limit.limit_field);
 }
 
-}  // namespace
-
-Assessment Assess(const Json* health) {
-    Assessment result;
-    if (health == nullptr) {
-        result.findings.push_back({"", Verdict::kUnknown, "the health data could not be read"});
-        return result;
-    }
+// Adds the findings on the subject; returns whether it reports a value that has a limit.
+bool AddFindings(const Subject& subject, std::vector<Finding>* findings) {
+    bool is_assessed = false;
     for (const Limit& limit : kLimits) {
-        const std::optional<double> value = Reading(*health, limit.field);
+        const std::optional<double> value = Reading(*subject.fields, limit.field);
         if (!value) continue;
-        result.verdict = std::max(result.verdict, Verdict::kOk);
+        is_assessed = true;
         const double bound = limit.limit_field != nullptr
-                                 ? Reading(*health, limit.limit_field).value_or(0)
+                                 ? Reading(*subject.fields, limit.limit_field).value_or(0)
                                  : limit.limit;
         if (!limit.test(*value, bound)) continue;
-        result.verdict = std::max(result.verdict, limit.verdict);
-        result.findings.push_back({limit.field, limit.verdict, ReasonFor(*health, limit)});
+        findings->push_back(
+            {limit.field, subject.partition, limit.verdict, ReasonFor(subject, limit)});
+    }
+    return is_assessed;
+}
+
+}  // namespace
+
+Verdict Assessment::On(const std::string& field, const std::string& partition) const {
+    Verdict worst = Verdict::kOk;
+    for (const Finding& finding : findings) {
+        if (finding.field != field || finding.partition != partition) continue;
+        worst = std::max(worst, finding.verdict);
+    }
+    return worst;
+}
+
+std::vector<Finding> Assessment::BySeverity() const {
+    std::vector<Finding> sorted = findings;
+    std::ranges::stable_sort(sorted, std::greater(), &Finding::verdict);
+    return sorted;
+}
+
+Assessment Assess(const std::vector<Subject>& subjects) {
+    Assessment result;
+    for (const Subject& subject : subjects) {
+        const bool is_first = &subject == &subjects.front();
+        if (subject.fields != nullptr) {
+            const bool is_assessed = AddFindings(subject, &result.findings);
+            if (is_first && is_assessed) result.verdict = Verdict::kOk;
+        } else if (is_first) {
+            result.findings.push_back({"", subject.partition, Verdict::kUnknown,
+                                       subject.partition.empty()
+                                           ? "the health data could not be read"
+                                           : "the error counters could not be read"});
+        }
+    }
+    for (const Finding& finding : result.findings) {
+        result.verdict = std::max(result.verdict, finding.verdict);
     }
     if (result.findings.empty()) {
-        result.findings.push_back({"", result.verdict,
+        result.findings.push_back({"", "", result.verdict,
                                    result.verdict == Verdict::kOk
                                        ? "all reported values are within limits"
                                        : "the disk reports no value that can be assessed"});

@@ -21,6 +21,13 @@ static unsigned long long LongAt(size_t offset) {
     return value;
 }
 
+// The ratio of a percentage, with one decimal or two.
+static const char* RatioOf(int percent, char* text) {
+    const int length = sprintf(text, "%.2f", percent / 100.0);
+    if (text[length - 1] == '0') text[length - 1] = '\0';
+    return text;
+}
+
 int main(void) {
     const struct sockaddr_un address = {
         AF_UNIX, "/run/binder/com.quendar.tavisk.disk_info.IDiskInfoService/default"};
@@ -30,6 +37,8 @@ int main(void) {
     if (send(fd, request, sizeof(request), 0) != sizeof(request)) return 4;
     // After the header of 12 bytes: status, marker, arm, marker, size, and the fields.
     if (recv(fd, reply, sizeof(reply) - 1, 0) < 80) return 3;
+    const int has_spare = IntAt(32) != 0 || IntAt(36) != 0;
+    char life[32], spare[32], threshold[32];
     printf(
         "{\n  \"schemaVersion\": 1,\n  \"health\": {\n    \"nvme\": {\n"
         "      \"availableSpare\": %d,\n      \"availableSpareThreshold\": %d,\n"
@@ -38,7 +47,15 @@ int main(void) {
         "      \"numberOfErrorLogEntries\": %llu,\n      \"discardReadValue\": \"%s\"\n    }\n  "
         "},\n"
         "  \"assessment\": {\n    \"verdict\": \"ok\",\n    \"reasons\": [\n"
-        "      \"all reported values are within limits\"\n    ]\n  }\n}\n",
-        IntAt(32), IntAt(36), IntAt(40), IntAt(44), LongAt(48), LongAt(56), LongAt(64), reply + 76);
+        "      \"all reported values are within limits\"\n    ],\n    \"findings\": []\n  },\n"
+        "  \"readings\": {\n    \"lifeUsedRatio\": %s,\n    \"spareRatio\": %s,\n"
+        "    \"spareThresholdRatio\": %s,\n    \"criticalWarnings\": [],\n"
+        "    \"reservedBlocks\": null,\n    \"writtenBytes\": %llu,\n"
+        "    \"mediaErrors\": %llu,\n    \"errorLogEntries\": %llu,\n"
+        "    \"ioErrors\": null\n  }\n}\n",
+        IntAt(32), IntAt(36), IntAt(40), IntAt(44), LongAt(48), LongAt(56), LongAt(64), reply + 76,
+        RatioOf(IntAt(40), life), has_spare ? RatioOf(IntAt(32), spare) : "null",
+        has_spare ? RatioOf(IntAt(36), threshold) : "null", LongAt(48) * 512000, LongAt(56),
+        LongAt(64));
     return 0;
 }

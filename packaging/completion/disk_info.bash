@@ -2,9 +2,10 @@
 # shellcheck shell=bash
 _disk_info() {
   local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} one
-  local commands='status info health power fs metrics' options='--json --watch --timeout --help --version'
+  local commands='status info health power fs check metrics' options='--json --watch --color --openmetrics --timeout --help --version'
   case $before in
     fs) commands='userdata metadata' ;;
+    --color) commands='auto always never' ;;
     --watch | --timeout)
       COMPREPLY=()
       return

@@ -67,7 +67,7 @@ TEST_F(CommandTest, StatusAsJsonIsOneDocument) {
                         "  \"filesystems\": [{]\n    \"userdata\": [{]\n      \"error\": [{]\n"
                         "        \"kind\": \"service\",\n        \"code\": -1\n.*"
                         "\"metadata\": [{]\n      \"errorCount\": 3,\n.*\"assessment\": .*"),
-           MatchesRegex("disk_info: fs userdata: service error -1; [^\n]*\n"));
+           MatchesRegex("disk_info: fs userdata: service error -1: [^\n]*\n"));
     ExpectValid("schema");
 }
 
@@ -84,7 +84,7 @@ TEST_F(CommandTest, PlainTextAndMetricsOfAUfsDisk) {
     Expect({"info"}, 0, HasSubstr(":                             V\\ufffd\\u001b[2J\\\"\n"), "");
     Expect({"metrics"}, 3,
            AllOf(HasSubstr("disk_info_up{call=\"fs_userdata\"} 0\n"),
-                 HasSubstr(",firmware=\"r2\",version=\"3.1\"} 1\n"),
+                 HasSubstr(",firmware_revision=\"r2\",version=\"3.1\"} 1\n"),
                  HasSubstr("\ndisk_info_active 1\n")),
            HasSubstr("disk_info: fs userdata: "));
     ExpectValid("metrics");
@@ -100,20 +100,34 @@ TEST_F(CommandTest, ExitStatusesAndStreams) {
     } cases[] = {
         {{"power", "--json"}, 0, "{\n  \"schemaVersion\": 1,\n  \"power\": {", ""},
         {{"--timeout", "3600", "fs", "metadata"}, 0, "Last error:          corrupted\n", ""},
-        {{}, 3, "\n\nFilesystem userdata\n  Not available:  ", "disk_info: fs userdata: "},
-        {{"fs", "cache"}, 3, "exception error -3", "partitions are userdata and metadata"},
-        {{"fs"}, 2, "", "PARTITION"},
-        {{"nonsense"}, 2, "", "Usage: disk_info"},
-        {{"info", "health"}, 2, "", "Usage: disk_info"},
-        {{"--watch", "0"}, 2, "", "not in range 1 to 86400"},
-        {{"--watch", "86401", "--json"}, 2, "", "not in range 1 to 86400"},
-        {{"--timeout", "0"}, 2, "", "not in range 1 to 3600"},
-        {{"--timeout", "3601"}, 2, "", "not in range 1 to 3600"},
+        {{},
+         3,
+         "Active:                             yes\n\nFilesystem metadata\n",
+         "fs userdata: service error -1: /dev/block/mapper/userdata leads to a missing device; "},
+        {{"fs", "cache"},
+         3,
+         "",
+         "fs cache: partition 'cache' is not served; served are userdata and metadata\n"},
+        {{"fs"}, 2, "", "fs: PARTITION is missing; it is userdata or metadata\nTry 'disk_info --h"},
+        {{"nonsense"}, 2, "", "disk_info: unknown command 'nonsense'\nTry "},
+        {{"info", "\x1b"}, 2, "", "disk_info: unexpected argument '\\u001b'\nTry "},
+        {{"--nonsense"}, 2, "", "disk_info: invalid option '--nonsense'\nTry "},
+        {{"-hx"}, 2, "", "disk_info: invalid option '-x'\nTry "},
+        {{"info", "--timeout"}, 2, "", "disk_info: --timeout: a value is missing\nTry "},
+        {{"--color=no"}, 2, "", "disk_info: --color: 'no' is not auto, always or never\nTry "},
+        {{"--watch", "0"}, 2, "", "--watch: '0' is not a whole number from 1 to 86400\n"},
+        {{"--watch", "86401", "--json"}, 2, "", "'86401' is not a whole number from 1 to 86400\n"},
+        {{"--timeout", "1s"}, 2, "", "--timeout: '1s' is not a whole number from 1 to 3600\n"},
+        {{"--timeout", "3601"}, 2, "", "'3601' is not a whole number from 1 to 3600\n"},
         {{"--watch", "86400", "--json"}, 2, "", "--watch and --json cannot be combined\n"},
         {{"--watch", "1", "metrics"}, 2, "", "--watch and metrics cannot be combined\n"},
         {{"--json", "metrics"}, 2, "", "--json and metrics cannot be combined\n"},
-        {{"--help"}, 0, "Usage: disk_info", ""},
-        {{"--version"}, 0, "disk_info 1.", ""},
+        {{"--openmetrics"}, 2, "", "--openmetrics needs the command metrics\n"},
+        {{"check"}, 1, "DISK WARNING - V\\ufffd\\u001b[2J\\\" M\\u00e9, UFS: Error count", ""},
+        {{"check", "--json"}, 3, "", "--json and check cannot be combined\n"},
+        {{"--help"}, 0, "Usage: disk_info [OPTION]... [COMMAND]\n", ""},
+        {{"fs", "-h"}, 0, "Usage: disk_info fs [OPTION]... PARTITION\n", ""},
+        {{"-V"}, 0, "disk_info 1.", ""},
     };
     const auto contains = [](const char* text) {
         return *text == '\0' ? Text("") : Text(HasSubstr(text));
@@ -121,11 +135,24 @@ TEST_F(CommandTest, ExitStatusesAndStreams) {
     for (const auto& c : cases) Expect(c.arguments, c.status, contains(c.out), contains(c.err));
 }
 
+TEST_F(CommandTest, AServiceErrorNamesTheMissingLinkOrTheJournal) {
+    const Daemon service{SERVICE_PROGRAM};
+    unlink("/dev/block/by-name/userdata");
+    Expect({}, 3, HasSubstr("Disk: watch: Error count of metadata: 3\n"),
+           HasSubstr("disk_info: info, health, power: service error -1: "
+                     "/dev/block/by-name/userdata is missing; "));
+    WriteFile("/dev/block/by-name/userdata", "");
+    Expect({"info"}, 3, "", HasSubstr("; see journalctl -u disk-info.service\n"));
+}
+
 TEST_F(CommandTest, ConnectionErrorsHaveAdvice) {
     const Text missing = MatchesRegex(
         "disk_info: cannot connect to [^\n]*: No such file or "
         "directory; [^\n]*: systemctl enable --now disk-info.socket\n");
-    Expect({"--json"}, 4, "", missing);
+    Expect({"--json"}, 4, HasSubstr(" \"kind\": \"connection\",\n    \"message\": \"cannot"),
+           missing);
+    ExpectValid("schema");
+    Expect({"check"}, 3, HasSubstr("DISK UNKNOWN - cannot connect to "), "");
     Expect({"metrics"}, 4, HasSubstr("disk_info_up{call=\"health\"} 0\n"), missing);
     const Daemon service{SERVICE_PROGRAM};
     ASSERT_EQ(chmod(kPath, 0), 0);
@@ -149,25 +176,39 @@ TEST_F(CommandTest, TheTimeLimitCoversConnectingAndCalls) {
 TEST_F(CommandTest, KnownFieldsOfAnotherInterfaceAreShown) {
     const OtherService service(ServeLater);
     const Text error = MatchesRegex(
-        "disk_info: [^\n]*\\(hash later\\)[^\n]*\ndisk_info: power: reply error -22; [^\n]*\n");
+        "disk_info: [^\n]*\\(hash later\\)[^\n]*\ndisk_info: power: [^\n]* [(]status -22[)]; "
+        "[^\n]*\n");
     Expect({"--json"}, 3, HasSubstr("\"availableSpare\": 9,"), error);
     ExpectValid("schema");
-    Expect({"metrics"}, 3, HasSubstr("spare_ratio 0.09\n"), error);
-    ExpectValid("metrics");
+    Expect({"metrics", "--openmetrics"}, 3, HasSubstr("spare_ratio 0.09\n"), error);
+    ExpectValid("openmetrics");
 }
 
 TEST_F(CommandTest, MalformedRepliesAreAConnectionError) {
     const OtherService service(ServeMalformed);
-    Expect({"--json"}, 4, "", MatchesRegex("disk_info: [^\n]* malformed [^\n]*\n"));
+    Expect({"--json"}, 4, HasSubstr("malformed"),
+           MatchesRegex("disk_info: [^\n]* malformed [^\n]*\n"));
 }
 
-TEST_F(CommandTest, ATerminalGetsColouredBarsUnlessNoColorIsSet) {
+TEST_F(CommandTest, ATerminalGetsColouredBarsUnlessTheyAreUnwanted) {
     const OtherService service(ServeLater);
-    EXPECT_EQ(StartOn(kTerminalInside, {"health"}).Wait(), 0);
-    EXPECT_THAT(ReadUpTo("threshold of 10 %\r\n"),
-                HasSubstr(" [\x1b[31m##\x1b[0m..................] 9 %\r\n"));
-    EXPECT_EQ(StartOn(kTerminalInside, {"health"}, "1").Wait(), 0);
-    EXPECT_THAT(ReadUpTo("threshold of 10 %\r\n"), HasSubstr("spare:           9 %\r\n"));
+    const struct {
+        const char* variable;
+        const char* color;
+        bool expected;
+    } cases[] = {{"NO_COLOR=", "auto", true},
+                 {"NO_COLOR=1", "auto", false},
+                 {"TERM=dumb", "auto", false},
+                 {"NO_COLOR=", "never", false},
+                 {"TERM=dumb", "always", true}};
+    for (const auto& c : cases) {
+        const Words words{"health", "--color", c.color};
+        EXPECT_EQ(StartOn(kTerminalInside, words, c.variable).Wait(), 0);
+        EXPECT_THAT(ReadUpTo("threshold of 10 %\r\n"),
+                    HasSubstr(c.expected ? "[\x1b[31m##\x1b[0m..................] \x1b[31m9 %\x1b["
+                                         : "spare:           9 %\r\n"))
+            << c.variable << " --color " << c.color;
+    }
 }
 
 TEST_F(CommandTest, OutputThatCannotBeWrittenIsStatus1) {
@@ -183,21 +224,35 @@ TEST_F(CommandTest, WatchContinuesAfterErrorsUntilASignal) {
     for (const int signal : {SIGINT, SIGTERM}) {
         std::optional<SilentListener> silent(std::in_place);
         Child command = StartOn(kTerminalInside, {"health", "--watch", "1", "--timeout", "1"});
-        EXPECT_THAT(ReadUpTo("did not answer within 1 s; "), testing::StartsWith("\x1b[?25l"));
+        EXPECT_THAT(ReadUpTo("did not answer within 1 s; "),
+                    testing::StartsWith("\x1b[?1049h\x1b[?25l"));
         ReadUpTo("did not answer within 1 s; ");
-        EXPECT_EQ(Vitals(command.Pid()).threads, 2) << "main and the first query, abandoned";
         silent.reset();
         ReadUpTo("Connection refused; ");
         {
             const OtherService service(ServeLater);
-            EXPECT_THAT(ReadUpTo("are shown\x1b[K\r\n\x1b[J"),
-                        testing::Not(HasSubstr("\x1b[?25h")));
+            EXPECT_THAT(ReadUpTo("are shown\r\n\x1b[J"), testing::Not(HasSubstr("\x1b[?25h")));
         }
         ReadUpTo("Connection refused; ");
         command.Kill(signal);
         EXPECT_EQ(command.Wait(), 0);
-        ReadUpTo("\x1b[?25h\r\n");
+        ReadUpTo("\x1b[?25h\x1b[?1049l");
     }
+}
+
+TEST_F(CommandTest, WatchIsCroppedToTheTerminalAndRedrawnAfterAResize) {
+    const OtherService service(ServeLater);
+    const winsize small{5, 20, 0, 0};
+    const winsize unknown{};
+    ASSERT_EQ(ioctl(kTerminal, TIOCSWINSZ, &small), 0);
+    Child command = StartOn(kTerminalInside, {"health", "--watch", "86400"});
+    EXPECT_THAT(ReadUpTo(" more lines"), HasSubstr("\x1b[H\x1b[Kdisk_info health, ev\r\n\x1b[K\r\n"
+                                                   "\x1b[KAvailable spare: \x1b[31m9 %\x1b[0m\r\n"
+                                                   "\x1b[KAvailable spare thre\r\n\x1b[J"));
+    ASSERT_EQ(ioctl(kTerminal, TIOCSWINSZ, &unknown), 0);
+    command.Kill(SIGWINCH);
+    ReadUpTo("\x1b[H\x1b[Kdisk_info health, every 86400 s, ");
+    ReadUpTo("are shown\r\n\x1b[J");
 }
 
 // The last fields of each answer, which are right only if all before them were decoded.

@@ -1,8 +1,9 @@
 // Documents as text: words, verdict, plain text and metrics.
+#include <cli/check.h>
 #include <cli/fields.h>
 #include <cli/metrics.h>
 #include <cli/plain_text.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <filesystem>
 #include <fstream>
@@ -32,25 +33,34 @@ const struct {
     Verdict verdict = kUnknown;
 } kFieldCases[] = {
     {R"({"size": 0})", "not reported"},
-    {R"({"size": 1000})", "1.0 kB (1000.0 B)"},
-    {R"({"size": 1099511627776})", "1.1 TB (1.0 TiB)"},
+    {R"({"size": 999})", "999 B (999 B)"},
+    {R"({"size": 1023999})", "1.02 MB (1000 KiB)"},
+    {R"({"size": 999600})", "1.00 MB (976 KiB)"},
+    {R"({"size": 10995116277760})", "11.0 TB (10.0 TiB)"},
+    {R"({"size": 18446744073709551615})", "18.4 EB (16.0 EiB), an impossible value"},
     {R"({"specVersion": 4641})", "12.2.1"},
     {R"({"versionMajor": 0, "versionMinor": 0, "versionTertiary": 0})", "not reported"},
     {R"({"ffuSupport": false, "type": "NVMe"})", "no"},
     {R"({"ffuSupport": false, "type": "UFS", "extendedFeatureSupport": ""})", "not reported"},
     {R"({"provisioningType": 3, "type": "UFS"})", "thin, discarded blocks read as zeros"},
     {R"({"provisioningType": 3, "type": ""})", "not reported"},
-    {R"({"writeBoosterEnabled": false, "writeBoosterSupport": 0})", "-"},
+    {R"({"writeBoosterEnabled": false, "writeBoosterSupport": 0})", ""},
     {R"({"writeBoosterEnabled": false, "writeBoosterSupport": 1})", "no"},
     {R"({"writeBoosterFraction": 0.125})", "12.5 % of the disk"},
     {R"({"modelNumber": "QEMU   "})", "QEMU"},
     {R"({"dataUnitsWritten": 0})", "not reported"},
-    {R"({"dataUnitsWritten": 18446744073709551615})", "9444733.0 EB"},
+    {R"({"dataUnitsWritten": 1953124999999999})", "1000 EB"},
+    {R"({"dataUnitsWritten": 1953125000000000})",
+     "1953125000000000 data units, an impossible value"},
+    {R"({"totalNumberOfErrors": 9223372036854775808})", "9223372036854775808, an impossible value"},
+    {R"({"ufsFeatures": "0x31"})", "field firmware update, temperature events"},
+    {R"({"extendedFeatureSupport": "0x80000100"})", "Write Booster, bit 31"},
+    {R"({"ufsFeatures": "0x00"})", "none"},
     {R"({"discardReadValue": "undefined"})", "not reported"},
     {R"({"currentPowerState": -1})", "not reported"},
     {R"({"isActive": false, "linkState": ""})", "not reported"},
-    {R"({"lastErrorCode": 4, "errorCount": 1})", "bad checksum"},
-    {R"({"lastErrorCode": 4, "errorCount": 0})", "-"},
+    {R"({"lastErrorCode": 4, "errorCount": 1})", "bad checksum", kWatch},
+    {R"({"lastErrorCode": 4, "errorCount": 0})", "", kOk},
     {R"({"preEndOfLifeInfo": "0x00"})", "not reported"},
     {R"({"preEndOfLifeInfo": "0x02"})", "warning, 80 % of the reserved blocks are used", kWatch},
     {R"({"preEndOfLifeInfo": "0x03"})", "urgent", kFailing},
@@ -66,6 +76,8 @@ const struct {
     {R"({"percentageUsed": 101})", "101 %, beyond the expected life", kWatch},
     {R"({"numberOfMediaErrors": 0})", "0", kOk},
     {R"({"numberOfMediaErrors": 1})", "1", kWatch},
+    {R"({"availableSpare": 101, "availableSpareThreshold": 10})", "101 %, an impossible value",
+     kOk},
     {R"({"availableSpare": 100, "availableSpareThreshold": 100})", "100 %", kOk},
     {R"({"availableSpare": 10, "availableSpareThreshold": 10})", "10 %", kWatch},
     {R"({"availableSpare": 0, "availableSpareThreshold": 1})", "0 %", kFailing},
@@ -87,41 +99,103 @@ TEST(CommandTextTest, FieldsHaveWordsAndAVerdict) {
         SCOPED_TRACE(c.fields);
         const Json fields = Json::parse(c.fields);
         EXPECT_EQ(Words(fields, fields.begin().key()), c.words);
-        EXPECT_EQ(NameOf(Assess(&fields).verdict), NameOf(c.verdict));
+        EXPECT_EQ(NameOf(Assess({{"", &fields}}).verdict), NameOf(c.verdict));
     }
 }
 
-TEST(CommandTextTest, PlainTextHasSectionsBarsAndReasons) {
+TEST(CommandTextTest, PlainTextBeginsWithASummaryAndMarksFindings) {
     const Document document = DocumentOf(Command::kStatus, R"({
+        "info": {"vendor": "V", "modelNumber": "M ", "writeBoosterMaxAllocUnits": 0, "size": 5},
         "health": {"availableSpare": 5, "availableSpareThreshold": 5, "percentageUsed": 0,
-                   "deviceLifeTimeEstimationA": "0x05", "deviceLifeTimeEstimationB": "0x0b",
-                   "criticalWarning": 72},
-        "power": -1, "fsmetadata": {"sysfsPath": "/\u001b"}})");
-    EXPECT_EQ(
-        PlainText(document, true),
-        "Info\n  Result:                    none\n\nHealth\n"
-        "  Available spare:           [\x1b[33m#\x1b[0m...................] 5 %\n"
-        "  Available spare threshold: 5 %\n"
-        "  Expected life used:        [....................] 0 %\n"
-        "  Life time estimation A:    [\x1b[32m##########\x1b[0m..........] 40 % to 50 % used\n"
-        "  Life time estimation B:    [\x1b[33m####################\x1b[0m] "
-        "beyond the expected life\n"
-        "  Critical warning:          the media is read-only; bit 6\n"
-        "  Verdict:                   \x1b[31mfailing\x1b[0m: Critical warning: "
-        "the media is read-only; Critical warning: the media is read-only; bit 6; "
-        "Available spare: 5 %, at its threshold of 5 %; "
-        "Life time estimation B: beyond the expected life\n\n"
-        "Power\n  Not available:             service error -1\n\n"
-        "Filesystem userdata\n  Result:                    none\n\n"
-        "Filesystem metadata\n  Sysfs path:                /\\u001b\n");
-    const Document health = DocumentOf(
-        Command::kHealth, R"({"health": {"availableSpare": 1, "availableSpareThreshold": 2}})");
+                   "deviceLifeTimeEstimationA": "0x05", "deviceLifeTimeEstimationB": "0x0a",
+                   "criticalWarning": 72, "numberOfMediaErrors": 2},
+        "power": -1, "fsmetadata": {"errorCount": 3, "sysfsPath": "/\u001b"}})");
+    EXPECT_EQ(PlainText(document, true, 60),
+              "V M, 5 B: \x1b[31mfailing\x1b[0m: Critical warning: the media is read-only\n"
+              "                   Critical warning: bit 6\n"
+              "                   Available spare: 5 %, at its threshold of\n"
+              "                   5 %\n"
+              "                   Media errors: 2\n"
+              "                   Life time estimation B: 90 % to 100 %\n"
+              "                   used\n"
+              "                   Error count of metadata: 3\n\n"
+              "Info\n  Vendor:                    V\n  Model number:              M\n"
+              "  Size:                      5 B (5 B)\n\nHealth\n"
+              "  Available spare:           [\x1b[33m#\x1b[0m...................] "
+              "\x1b[33m5 %\x1b[0m\n"
+              "  Available spare threshold: 5 %\n"
+              "  Expected life used:        [....................] 0 %\n"
+              "  Life time estimation A:    [\x1b[32m########\x1b[0m............] 40 % to\n"
+              "                              50 % used\n"
+              "  Life time estimation B:    [\x1b[33m##################\x1b[0m..] "
+              "\x1b[33m90 % to\x1b[0m\n"
+              "                              \x1b[33m100 % used\x1b[0m\n"
+              "  Critical warning:          \x1b[31mthe media is read-only; bit 6\x1b[0m\n"
+              "  Media errors:              \x1b[33m2\x1b[0m\n\n"
+              "Filesystem userdata\n  Result:                    none\n\n"
+              "Filesystem metadata\n  Error count:               \x1b[33m3\x1b[0m\n"
+              "  Sysfs path:                /\\u001b\n");
+    const Document health = DocumentOf(Command::kHealth, R"({"health":
+        {"availableSpare": 1, "availableSpareThreshold": 2, "percentageUsed": 95}})");
     EXPECT_EQ(
         PlainText(health, false),
         "Available spare:           1 %\nAvailable spare threshold: 2 %\n"
-        "Verdict:                   failing: Available spare: 1 %, below its threshold of 2 %\n");
+        "Expected life used:        95 %\n"
+        "Verdict:                   failing: Available spare: 1 %, below its threshold of 2 %\n"
+        "                                    Expected life used: 95 %\n");
     EXPECT_EQ(PlainText(DocumentOf(Command::kHealth, "{}"), true),
               "Result:  none\nVerdict: unknown: the health data could not be read\n");
+    const Document status = DocumentOf(Command::kStatus, R"({"fsmetadata": {"errorCount": 0}})");
+    EXPECT_THAT(PlainText(status, false), testing::StartsWith("Disk: unknown: the health data "));
+}
+
+TEST(CommandTextTest, CheckHasAStatusOneLineAndPerformanceData) {
+    const struct {
+        const char* answers;
+        int status;
+        const char* text;
+    } cases[] = {
+        {R"({"info": {"modelNumber": "a|b"}, "health": {"percentageUsed": 89},
+             "fsmetadata": {"errorCount": 0}})",
+         0,
+         "DISK OK - a b: all reported values are within limits | life_used=89%;89 "
+         "errors_metadata=0;0\n"},
+        {R"({"health": {"availableSpare": 10, "availableSpareThreshold": 10,
+                        "numberOfMediaErrors": 1, "dataUnitsWritten": 2}})",
+         1,
+         "DISK WARNING - Disk: Available spare: 10 %, at its threshold of 10 %; Media errors: 1 "
+         "| spare=10%;11:;10: media_errors=1;0 written=1024000B\n"},
+        {R"({"health": {"preEndOfLifeInfo": "0x03", "deviceLifeTimeEstimationA": "0x0b"}})", 2,
+         "DISK CRITICAL - Disk: Reserved blocks: urgent; Life time estimation A: beyond the "
+         "expected life | life_used=100%;89\n"},
+        {R"({"info": -1, "health": -1})", 3, "DISK UNKNOWN - info, health: service error -1: "},
+    };
+    for (const auto& c : cases) {
+        const CheckResult result = Check(DocumentOf(Command::kCheck, c.answers));
+        EXPECT_THAT(result.text, testing::StartsWith(c.text));
+        EXPECT_EQ(result.status, c.status) << c.answers;
+    }
+}
+
+TEST(CommandTextTest, JsonHasFindingsAndReadings) {
+    const Json json = ToJson(DocumentOf(Command::kStatus, R"({
+        "info": {"vendor": "V", "modelNumber": "M ", "size": 0},
+        "health": {"percentageUsed": 90, "deviceLifeTimeEstimationA": "0x02", "criticalWarning": 64,
+                   "deviceLifeTimeEstimationB": "0x04", "dataUnitsWritten": 36028797018964},
+        "power": {"linkState": "", "isActive": false}, "fsuserdata": {"errorCount": 1}})"));
+    EXPECT_EQ(json["assessment"]["findings"], Json::parse(R"([
+        {"field": "criticalWarning", "partition": null, "verdict": "watch",
+         "reason": "Critical warning: bit 6"},
+        {"field": "percentageUsed", "partition": null, "verdict": "watch",
+         "reason": "Expected life used: 90 %"},
+        {"field": "errorCount", "partition": "userdata", "verdict": "watch",
+         "reason": "Error count of userdata: 1"}])"));
+    EXPECT_EQ(json["readings"], Json::parse(R"({
+        "model": "V M", "sizeBytes": null, "lifeUsedRatio": 0.9, "spareRatio": null,
+        "spareThresholdRatio": null, "criticalWarnings": ["bit_6"], "reservedBlocks": null,
+        "writtenBytes": null, "mediaErrors": null, "errorLogEntries": null, "ioErrors": null,
+        "powerState": null, "isActive": null,
+        "filesystemErrors": {"userdata": 1, "metadata": null}})"));
 }
 
 TEST(CommandTextTest, MetricsHaveReportedValuesInBaseUnits) {
@@ -130,7 +204,7 @@ TEST(CommandTextTest, MetricsHaveReportedValuesInBaseUnits) {
                  "firmwareRevision": "f", "versionMajor": 1, "versionMinor": 4,
                  "versionTertiary": 2, "size": 5},
         "health": {"availableSpare": 5, "availableSpareThreshold": 10, "percentageUsed": 130,
-                   "criticalWarning": 42, "dataUnitsWritten": 2, "numberOfMediaErrors": 7,
+                   "criticalWarning": 170, "dataUnitsWritten": 2, "numberOfMediaErrors": 7,
                    "numberOfErrorLogEntries": 8, "preEndOfLifeInfo": "0x02",
                    "deviceLifeTimeEstimationA": "0x04", "deviceLifeTimeEstimationB": "0x01",
                    "totalNumberOfErrors": 18446744073709551615},
@@ -142,6 +216,14 @@ TEST(CommandTextTest, MetricsHaveReportedValuesInBaseUnits) {
     // The file has no help texts.
     const std::regex help("(# HELP \\w+) .+\n");
     EXPECT_EQ(std::regex_replace(MetricsText(document), help, "$1\n"), expected.str());
+    const std::string open = MetricsText(document, MetricsFormat::kOpenMetrics);
+    EXPECT_EQ(open.find("# TYPE disk_info_written_bytes counter\n"
+                        "# UNIT disk_info_written_bytes bytes\n# HELP disk_info_written_bytes D"),
+              open.find("# TYPE disk_info_written"));
+    EXPECT_TRUE(open.ends_with("\n# EOF\n"));
+    const std::regex comment("# .+\n");
+    EXPECT_EQ(std::regex_replace(open, comment, ""),
+              std::regex_replace(expected.str(), comment, ""));
 }
 
 }  // namespace

@@ -111,15 +111,6 @@ TEST_F(RegistrationTest, WhatIsNotADeadServersSocketStays) {
     EXPECT_TRUE(std::filesystem::is_socket(kPath));
 }
 
-constexpr const char* kVariables[] = {"LISTEN_FDS", "LISTEN_FDNAMES", "LISTEN_PID"};
-
-// Passes a listener to this process as systemd does: as descriptor 3, which outlives the server.
-void HandOver(int listener) {
-    if (listener != 3) dup2(listener, 3);
-    for (const char* name : kVariables) setenv(name, "1", 1);
-    setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
-}
-
 void ServeHanded(int listener) {
     HandOver(listener);
     Serve();
@@ -131,7 +122,7 @@ TEST_F(RegistrationTest, TheVariablesOfAHandedSocketAreRemoved) {
     Child server([&] {
         HandOver(listener.Fd());
         if (Register() != STATUS_OK) _exit(100);
-        _exit(static_cast<int>(std::ranges::count_if(kVariables, getenv)));
+        _exit(static_cast<int>(std::ranges::count_if(kHandOverVariables, getenv)));
     });
     EXPECT_EQ(server.Wait(), 0) << "100: not registered; others: number of variables";
     EXPECT_EQ(Child([&] { ServeHanded(open("/dev/null", O_RDONLY)); }).Wait(), EINVAL);

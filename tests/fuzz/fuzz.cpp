@@ -4,7 +4,6 @@
 #include <binder/parcel_utils.h>
 #include <binder/process.h>
 #include <daemon.h>
-#include <disk_info/ufs_info.h>
 #include <linux/fs.h>
 #include <linux/nvme_ioctl.h>
 #include <logging/logging.h>
@@ -154,23 +153,6 @@ void ReadNvme(Input& input) {
     driver = nullptr;
 }
 
-// The directory of a UFS disk has the names that the input selects. A host path is a parent of it.
-void FindUfsPaths(Input& input) {
-    const std::string names[] = {"host0",   "scsi_host", "host", "a", "b", "Host1",
-                                 "0:0:0:0", "ho",        ".",    "",  "x", std::string(250, 'h')};
-    std::string directory = "/sys/tree";
-    while (!input.empty()) directory += "/" + names[input.Byte() % std::size(names)];
-    std::error_code error;
-    fs::create_directories(directory, error);
-    fs::create_symlink(directory, "/sys/block/sdb", error);
-    orvane::tavisk::disk_info::UfsInfo ufs("sdb");
-    std::string unit, host;
-    const bool found = ufs.GetUfsHostPath(&host);
-    EXPECT_TRUE(!found || (ufs.GetUfsScsiDevicePath(&unit) && unit.starts_with(host + "/host")));
-    fs::remove("/sys/block/sdb");
-    fs::remove_all("/sys/tree");
-}
-
 }  // namespace
 
 extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
@@ -216,8 +198,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    constexpr void (*kWays[])(Input&) = {SendMessages, ReadParcel, ReadAttributes, ReadNvme,
-                                         FindUfsPaths};
+    constexpr void (*kWays[])(Input&) = {SendMessages, ReadParcel, ReadAttributes, ReadNvme};
     Input input({reinterpret_cast<const char*>(data), size});
     const int free_descriptor = dup(0);
     close(free_descriptor);

@@ -50,10 +50,10 @@ class CommandTest : public PrivateRootTest {
     }
 
     // Starts the command with `output` as its standard output.
-    static Child StartOn(int output, Words words, const char* no_color = "") {
+    static Child StartOn(int output, Words words, const char* variable = "NO_COLOR=") {
         WriteLink("/run/started.out", "/proc/self/fd/" + std::to_string(output));
         words.insert(words.begin(), COMMAND_PROGRAM);
-        return Child(words, "/run/started", [=] { setenv("NO_COLOR", no_color, 1); });
+        return Child(words, "/run/started", [=] { putenv(const_cast<char*>(variable)); });
     }
 
     // Reads from the terminal until `text` arrives; fails if it does not.

@@ -4,12 +4,15 @@
 
 #include <base/retry.h>
 #include <base/unique_fd.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <private_root.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -51,4 +54,14 @@ inline std::string Receive(const RawSocket& socket) {
     char bytes[64];
     const ssize_t size = recv(socket.Fd(), bytes, sizeof(bytes), MSG_DONTWAIT);
     return size > 0 ? std::string(bytes, static_cast<size_t>(size)) : "";
+}
+
+inline constexpr const char* kHandOverVariables[] = {"LISTEN_FDS", "LISTEN_FDNAMES", "LISTEN_PID"};
+
+// Passes a listener to this process as systemd does: as descriptor 3.
+inline void HandOver(int listener) {
+    if (listener != 3) dup2(listener, 3);
+    fcntl(3, F_SETFD, 0);
+    for (const char* name : kHandOverVariables) setenv(name, "1", 1);
+    setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
 }

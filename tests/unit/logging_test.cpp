@@ -43,7 +43,7 @@ TEST(LoggingTest, AdmittedRecordsAreTheirPiecesAndPreserveErrno) {
 
 TEST(EscapeTest, ControlCharactersAndBackslashesAreEscaped) {
     const std::pair<std::string, std::string> cases[] = {
-        {"é À \U0010ffff <0>", "é À \U0010ffff <0>"},
+        {"é À \u00a0\U0010ffff <0>", "é À \u00a0\U0010ffff <0>"},
         {"\xff\xc3", "\xff\xc3"},  // invalid UTF-8 without a control character
         {"a\nERROR b\r\x1b[2J\x7f", "a\\nERROR b\\x0d\\x1b[2J\\x7f"},
         {"user\0data"s, "user\\x00data"},
@@ -122,8 +122,8 @@ TEST(LoggingTest, AFullBrokenOrClosedStandardErrorNeitherBlocksNorKills) {
         close(ends[1]);
         close(STDERR_FILENO);
         LOG(ERROR) << "closed";
+        dup2(kept.get(), STDERR_FILENO);
     }
-    dup2(kept.get(), STDERR_FILENO);
 }
 
 TEST(LoggingTest, FatalRecordsRunTheAborter) {
