@@ -117,9 +117,8 @@ void PrintFrame(const Options& options, const Style& style) {
 int Run(const Options& options) {
     const bool is_decorated = OutputIsDecorated(options.decoration);
     if (options.watch_seconds == 0) return PrintOnce(options, {is_decorated, OutputSize()});
-    Watch(options.watch_seconds, [&](const Size& size) {
-        PrintFrame(options, {is_decorated, size});
-    });
+    const auto print = [&](const Size& size) { PrintFrame(options, {is_decorated, size}); };
+    Watch(options.watch_seconds, print);
     (void)std::fputs(LinesOf({"cannot write the output"}).c_str(), stderr);
     return kOutputFailed;
 }

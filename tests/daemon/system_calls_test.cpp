@@ -149,8 +149,8 @@ TEST_F(SystemCallsTest, EverySystemCallIsNeededAndMayFail) {
         const std::string whole = answers_[question] = Ask(question);
         ASSERT_TRUE(whole != kBroken && whole != kUnavailable) << question;
         AwaitNoClient();
-        const auto counts = Count(
-            Trace({"-etrace=!close,?poll,ppoll,socket,write"}, [&, &q = question] { (void)Ask(q); }));
+        const auto counts = Count(Trace({"-etrace=!close,?poll,ppoll,socket,write"},
+                                        [&, &q = question] { (void)Ask(q); }));
         int made = 0;
         for (const auto& [call, count] : counts) {
             if (call != kWait && call != "sendto") made += count;
