@@ -30,10 +30,10 @@ exit_of() { # Prints the exit status of a command, whose output goes to /tmp/out
   echo $?
 }
 
-value() { # Prints a field of the JSON output, as JSON: field disk_info-argument...
+value() { # Prints a field of the JSON output's calls, as JSON: field disk_info-argument...
   field=$1
   shift
-  disk_info --json "$@" 2>/dev/null | sed -n "s/^ *\"$field\": //p" | sed 's/,$//'
+  disk_info --json "$@" 2>/dev/null | sed -n "/^  \"readings\"/q; s/^ *\"$field\": //p" | sed 's/,$//'
 }
 
 # Reads lines of disk_info's arguments, a field and its expected JSON value: "fs userdata: errorCount 0".
