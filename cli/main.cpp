@@ -76,6 +76,10 @@ std::string LinesOf(const std::vector<std::string>& messages) {
     return text;
 }
 
+int OutputFailedStatus(const Options& options) {
+    return options.request.command == Command::kCheck ? kCheckUnknown : kOutputFailed;
+}
+
 Outcome QueryOnce(const Options& options, const Style& style) {
     const std::string late = "the service did not answer within " +
                              std::to_string(options.timeout_seconds) +
@@ -83,7 +87,7 @@ Outcome QueryOnce(const Options& options, const Style& style) {
                              "disk-info.service, or set a longer limit with --timeout";
     const Outcome at_limit = NotAnswered(late, options);
     const TimeLimit limit(options.timeout_seconds, at_limit.text, LinesOf(at_limit.messages),
-                          at_limit.status);
+                          at_limit.status, OutputFailedStatus(options));
     try {
         return Answered(Query(options.request), options, style);
     } catch (const ConnectionError& error) {
@@ -94,8 +98,7 @@ Outcome QueryOnce(const Options& options, const Style& style) {
 int PrintOnce(const Options& options, const Style& style) {
     Outcome outcome = QueryOnce(options, style);
     if (!WriteOutput(outcome.text)) {
-        const bool is_check = options.request.command == Command::kCheck;
-        outcome = {"", {"cannot write the output"}, is_check ? kCheckUnknown : kOutputFailed};
+        outcome = {"", {"cannot write the output"}, OutputFailedStatus(options)};
     }
     (void)std::fputs(LinesOf(outcome.messages).c_str(), stderr);
     return outcome.status;

@@ -12,29 +12,33 @@ namespace {
 
 std::string out_text;
 std::string err_text;
-int status_at_limit = 0;
+int status_if_written = 0;
+int status_if_unwritten = 0;
 
-void WriteAll(int fd, std::string_view text) {
+bool WriteAll(int fd, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = write(fd, text.data(), text.size());
-        if (written <= 0) return;
+        if (written <= 0) return false;
         text.remove_prefix(static_cast<size_t>(written));
     }
+    return true;
 }
 
 // Calls only async-signal-safe functions; the texts do not change while the alarm is set.
 void Exit(int /*signal*/) {
-    WriteAll(STDOUT_FILENO, out_text);
-    WriteAll(STDERR_FILENO, err_text);
-    _exit(status_at_limit);
+    const bool written = WriteAll(STDOUT_FILENO, out_text);
+    (void)WriteAll(STDERR_FILENO, err_text);
+    _exit(written ? status_if_written : status_if_unwritten);
 }
 
 }  // namespace
 
-TimeLimit::TimeLimit(unsigned seconds, std::string out, std::string err, int exit_status) {
+TimeLimit::TimeLimit(unsigned seconds, std::string out, std::string err, int status,
+                     int status_unwritten) {
     out_text = std::move(out);
     err_text = std::move(err);
-    status_at_limit = exit_status;
+    status_if_written = status;
+    status_if_unwritten = status_unwritten;
     struct sigaction action = {};
     action.sa_handler = Exit;
     (void)sigaction(SIGALRM, &action, nullptr);

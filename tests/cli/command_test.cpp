@@ -125,6 +125,8 @@ TEST_F(CommandTest, TheTimeLimitCoversConnectingAndCalls) {
     // Waits to connect: the first connection still fills the queue.
     Expect({"--timeout", "1", "metrics"}, 4, HasSubstr("disk_info_up{call=\"health\"} 0\n"), error);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    // The collector keeps its old file after this status.
+    EXPECT_EQ(StartOn(kFull, {"--timeout", "1", "metrics"}).Wait(), 1);
 }
 
 TEST_F(CommandTest, KnownFieldsOfAnotherInterfaceAreShown) {
