@@ -252,13 +252,20 @@ bool IsReported(const Json& fields, const std::string& name) {
 
 std::string WarningWords(unsigned bits) {
     std::string raised;
-    for (size_t bit = 0; bit < 8; ++bit) {
-        if ((bits >> bit & 1) == 0) continue;
-        if (!raised.empty()) raised += "; ";
-        raised += bit < kCriticalWarnings.size() ? std::string(kCriticalWarnings[bit].words)
-                                                 : "bit " + std::to_string(bit);
+    for (const CriticalWarning& warning : kCriticalWarnings) {
+        if ((bits & 1) != 0) raised.append(raised.empty() ? "" : "; ").append(warning.words);
+        bits >>= 1;
     }
     return raised.empty() ? "none" : raised;
+}
+
+std::string ModelWords(const Json& fields) {
+    std::string text;
+    for (const char* name : {"vendor", "modelNumber"}) {
+        if (!IsReported(fields, name)) continue;
+        text.append(text.empty() ? "" : " ").append(Words(fields, name));
+    }
+    return text;
 }
 
 std::optional<double> Reading(const Json& fields, const std::string& name) {

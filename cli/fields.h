@@ -18,13 +18,15 @@ struct CriticalWarning {
     const char* key;
     const char* words;
 };
-inline constexpr std::array<CriticalWarning, 6> kCriticalWarnings{{
+inline constexpr std::array<CriticalWarning, 8> kCriticalWarnings{{
     {"spare", "the available spare is below its threshold"},
     {"temperature", "the temperature is beyond a threshold"},
     {"reliability", "reliability is degraded by media or internal errors"},
     {"read_only", "the media is read-only"},
     {"memory_backup", "the backup of the volatile memory failed"},
     {"persistent_memory", "the persistent memory region is read-only or unreliable"},
+    {"bit_6", "bit 6"},  // reserved
+    {"bit_7", "bit 7"},
 }};
 
 // False for a missing field, an empty text, and values that mean "not reported".
@@ -32,6 +34,9 @@ bool IsReported(const Json& fields, const std::string& name);
 
 // The words of the bits that are set in a critical warning; "none" if no bit is.
 std::string WarningWords(unsigned bits);
+
+// Vendor, if there is one, and model in words; "" if the disk reports neither.
+std::string ModelWords(const Json& fields);
 
 // The field as a number. Empty: it is not reported or not a number.
 std::optional<double> Reading(const Json& fields, const std::string& name);

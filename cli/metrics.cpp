@@ -81,11 +81,10 @@ Samples CriticalWarnings(const Document& document) {
     const auto warnings = fields != nullptr ? Reading(*fields, "criticalWarning") : std::nullopt;
     if (!warnings) return {};
     Samples samples;
-    const auto bits = static_cast<unsigned>(*warnings);
-    for (size_t bit = 0; bit < 8; ++bit) {  // The later bits are reserved and have no name.
-        const std::string key = bit < kCriticalWarnings.size() ? kCriticalWarnings[bit].key
-                                                               : "bit_" + std::to_string(bit);
-        samples.push_back({OneLabel("warning", key), (bits >> bit & 1) != 0 ? 1.0 : 0.0});
+    auto bits = static_cast<unsigned>(*warnings);
+    for (const CriticalWarning& warning : kCriticalWarnings) {
+        samples.push_back({OneLabel("warning", warning.key), (bits & 1) != 0 ? 1.0 : 0.0});
+        bits >>= 1;
     }
     return samples;
 }

@@ -169,13 +169,13 @@ std::vector<Section> SectionsFor(const Document& document, bool has_bars) {
 std::string DiskTitle(const Document& document) {
     const Result* const info = document.Find(Call::kInfo);
     const Json* const fields = info != nullptr ? info->answer.Fields() : nullptr;
+    if (fields == nullptr) return "Disk";
+    std::vector<std::string> parts{ModelWords(*fields)};
+    if (IsReported(*fields, "type")) parts.push_back(Words(*fields, "type"));
+    if (const auto size = Reading(*fields, "size")) parts.push_back(DecimalSize(*size));
     std::string text;
-    for (const char* name : {"vendor", "modelNumber", "type", "size"}) {
-        if (fields == nullptr || !IsReported(*fields, name)) continue;
-        const bool follows_vendor = name == std::string("modelNumber");
-        text += text.empty() ? "" : follows_vendor ? " " : ", ";
-        text += name == std::string("size") ? DecimalSize((*fields)[name].get<double>())
-                                            : Words(*fields, name);
+    for (const std::string& part : parts) {
+        text.append(text.empty() || part.empty() ? "" : ", ").append(part);
     }
     return text.empty() ? "Disk" : text;
 }

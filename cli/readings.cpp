@@ -40,11 +40,10 @@ Json CriticalWarnings(const Json& fields) {
     const std::optional<double> reading = Reading(fields, "criticalWarning");
     if (!reading) return nullptr;
     Json raised = Json::array();
-    const auto bits = static_cast<unsigned>(*reading);
-    for (size_t bit = 0; bit < 8; ++bit) {
-        if ((bits >> bit & 1) == 0) continue;
-        raised.push_back(bit < kCriticalWarnings.size() ? std::string(kCriticalWarnings[bit].key)
-                                                        : "bit_" + std::to_string(bit));
+    auto bits = static_cast<unsigned>(*reading);
+    for (const CriticalWarning& warning : kCriticalWarnings) {
+        if ((bits & 1) != 0) raised.push_back(warning.key);
+        bits >>= 1;
     }
     return raised;
 }
@@ -63,18 +62,9 @@ Json WrittenBytes(const Json& fields) {
     return units.get<uint64_t>() * kUnit;
 }
 
-// Vendor, if there is one, and model.
-Json Model(const Json& fields) {
-    std::string text;
-    for (const char* name : {"vendor", "modelNumber"}) {
-        if (!IsReported(fields, name)) continue;
-        text += (text.empty() ? "" : " ") + Words(fields, name);
-    }
-    return text.empty() ? Json() : Json(text);
-}
-
 void AddInfo(const Json& fields, Json* readings) {
-    (*readings)["model"] = Model(fields);
+    const std::string model = ModelWords(fields);
+    (*readings)["model"] = model.empty() ? Json() : Json(model);
     (*readings)["sizeBytes"] = ValueAt(fields, "size");
 }
 
