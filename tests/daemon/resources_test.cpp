@@ -29,6 +29,7 @@ class ResourcesTest : public PrivateRootTest {
         daemon_.emplace(SERVICE_PROGRAM);
         good_client_ = ConnectToService();
         first_ = Answers();
+        ASSERT_EQ(first_.find("exception"), std::string::npos) << first_;
         // The first requests may allocate memory that the daemon keeps.
         for (int i = 0; i < 200; ++i) {
             const RawClient client;

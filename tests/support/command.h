@@ -41,7 +41,7 @@ class CommandTest : public PrivateRootTest {
         EXPECT_THAT(command.Err(), err);
     }
 
-    // Checks out_ with check_output.py: "schema" or "metrics".
+    // Checks out_ with check_output.py: "schema", "metrics" or "openmetrics".
     void ExpectValid(const std::string& form) {
         WriteFile("/run/output", out_);
         Child checker({"/usr/bin/python3", OUTPUT_CHECKER, form, SCHEMA_FILE}, "/run/checker",

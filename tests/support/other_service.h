@@ -1,5 +1,5 @@
-// Services that a daemon of this version never is: a later interface version, and one whose replies
-// are malformed.
+// Services in place of the daemon: one with a later interface version, and one with malformed
+// replies.
 #pragma once
 
 #include <binder/parcel_utils.h>
