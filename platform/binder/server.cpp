@@ -2,11 +2,13 @@
 #include <binder/process.h>
 #include <poll.h>
 #include <sys/epoll.h>
+#include <sys/signalfd.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -26,11 +28,14 @@
 namespace binder {
 namespace {
 
-constexpr uint32_t kListener = Connections::kPlaces;  // number of the listener in epoll events
-constexpr int kMaxEvents = Connections::kPlaces + 1;
+// Numbers in epoll events; lower ones are connections.
+constexpr uint32_t kListener = Connections::kPlaces;
+constexpr uint32_t kTermination = kListener + 1;
+constexpr int kMaxEvents = Connections::kPlaces + 2;
 constexpr int kAcceptsPerRound = 256;
 constexpr int64_t kRoundMs = 4;
 constexpr int64_t kIdleMs = 10'000;
+constexpr int64_t kTerminationMs = 1'000;
 constexpr int64_t kAcceptRetryMs = 1'000;
 constexpr int kWaitRetryMs = 100;
 constexpr int kMaxWaitFailures = 20;
@@ -44,6 +49,17 @@ int64_t NowMs() {
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
+// A descriptor that is readable while the process has a pending SIGTERM. Empty: the kernel refused,
+// and SIGTERM ends the process at once.
+base::UniqueFd OpenTerminationSignal() {
+    sigset_t signals;
+    (void)sigemptyset(&signals);
+    (void)sigaddset(&signals, SIGTERM);
+    base::UniqueFd fd(signalfd(-1, &signals, SFD_CLOEXEC));
+    if (fd && sigprocmask(SIG_BLOCK, &signals, nullptr) != 0) fd.Reset();
+    return fd;
+}
+
 bool IsHangUp(const epoll_event& event) {
     return (event.events & EPOLLHUP) != 0;
 }
@@ -51,6 +67,10 @@ bool IsHangUp(const epoll_event& event) {
 // Serves one binder to all clients in rounds: it waits for events, accepts all new connections and
 // serves one request of each ready connection; users take turns. A round of slow calls ends early,
 // so that requests that came in the meantime get their turn.
+//
+// With a listener from systemd, SIGTERM does not interrupt clients: the server accepts no more, and
+// exits when its clients have disconnected, at the latest after a second. Later clients wait for the
+// next process.
 //
 // A peer that sends a malformed message is disconnected. A request is received only after the peer
 // took the last reply, so a peer that does not read costs one reply. Never logs: a client could
@@ -73,6 +93,7 @@ class Server {
     void RunRound(std::span<const epoll_event> events);
     void AcceptAll();
     void PauseAccepting();
+    void Terminate();
     void Admit(base::UniqueFd fd);
     void MarkReady(uint32_t number);
     void ServeReady();
@@ -87,9 +108,11 @@ class Server {
     const int listener_;
     const bool exits_when_idle_;
     base::UniqueFd epoll_;
+    base::UniqueFd termination_;
     Connections connections_;
     int64_t accept_again_at_ms_ = kNever;  // kNever: the listener is watched
     int64_t exit_at_ms_ = kNever;          // kNever: there are connections, or idle exit is off
+    bool terminating_ = false;
     AParcel request_;
     AParcel reply_;
     Message message_;
@@ -97,7 +120,11 @@ class Server {
 
 void Server::Run() {
     if (!epoll_ || !Watch(EPOLL_CTL_ADD, listener_, kListener, EPOLLIN)) return;
-    if (exits_when_idle_) exit_at_ms_ = NowMs() + kIdleMs;
+    if (exits_when_idle_) {
+        exit_at_ms_ = NowMs() + kIdleMs;
+        termination_ = OpenTerminationSignal();
+        if (termination_ && !Watch(EPOLL_CTL_ADD, termination_.get(), kTermination, EPOLLIN)) return;
+    }
     std::array<epoll_event, kMaxEvents> events;
     for (int failures = 0; failures < kMaxWaitFailures;) {
         const int ready = epoll_wait(epoll_.get(), events.data(), kMaxEvents, WaitMs());
@@ -126,14 +153,16 @@ void Server::RunRound(std::span<const epoll_event> events) {
     for (const epoll_event& event : events) {
         if (event.data.u32 == kListener) {
             accept = true;
+        } else if (event.data.u32 == kTermination) {
+            Terminate();
         } else if (IsHangUp(event)) {
             HangUp(event.data.u32);
         }
     }
-    if (accept) AcceptAll();
+    if (accept && !terminating_) AcceptAll();
     connections_.StartRound();
     for (const epoll_event& event : events) {
-        if (event.data.u32 != kListener && !IsHangUp(event)) MarkReady(event.data.u32);
+        if (event.data.u32 < kListener && !IsHangUp(event)) MarkReady(event.data.u32);
     }
     ServeReady();
 }
@@ -156,6 +185,14 @@ void Server::PauseAccepting() {
     if (Watch(EPOLL_CTL_MOD, listener_, kListener, 0)) {
         accept_again_at_ms_ = NowMs() + kAcceptRetryMs;
     }
+}
+
+void Server::Terminate() {
+    terminating_ = true;
+    (void)Watch(EPOLL_CTL_DEL, termination_.get(), kTermination, 0);
+    (void)Watch(EPOLL_CTL_DEL, listener_, kListener, 0);
+    accept_again_at_ms_ = kNever;
+    exit_at_ms_ = NowMs() + (connections_.Count() == 0 ? 0 : kTerminationMs);
 }
 
 void Server::Admit(base::UniqueFd fd) {
@@ -229,7 +266,9 @@ void Server::HangUp(uint32_t number) {
 
 void Server::Close(uint32_t number) {
     connections_.Close(number);
-    if (connections_.Count() == 0 && exits_when_idle_) exit_at_ms_ = NowMs() + kIdleMs;
+    if (connections_.Count() == 0 && exits_when_idle_) {
+        exit_at_ms_ = NowMs() + (terminating_ ? 0 : kIdleMs);
+    }
 }
 
 void Server::CheckTime() {
@@ -241,8 +280,8 @@ void Server::CheckTime() {
     }
     if (now_ms >= exit_at_ms_) {
         // A client that connected just now would otherwise wait for the next process to start.
-        AcceptAll();
-        if (connections_.Count() == 0) std::exit(0);
+        if (!terminating_) AcceptAll();
+        if (terminating_ || connections_.Count() == 0) std::exit(0);
     }
 }
 

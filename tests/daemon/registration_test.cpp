@@ -147,6 +147,27 @@ TEST_F(RegistrationTest, OnlyAServerOfAHandedSocketExitsAfterTenSecondsWithoutCl
     ExpectAnswered(Connect());
 }
 
+TEST_F(RegistrationTest, ATerminatedServerOfAHandedSocketAnswersItsClientsAndLeavesLaterOnes) {
+    const RawSocket listener, idle, busy, later;
+    ASSERT_NO_FATAL_FAILURE(listener.Listen());
+    Child first([&] { ServeHanded(listener.Fd()); });
+    for (const RawSocket* client : {&idle, &busy}) {
+        ASSERT_NO_FATAL_FAILURE(client->Connect());
+        ASSERT_GT(Send(client->Fd(), kRequest), 0);
+        EXPECT_EQ(Receive(*client), kReply);
+    }
+    first.Kill(SIGSTOP);
+    ASSERT_GT(Send(busy.Fd(), kRequest), 0);
+    ASSERT_NO_FATAL_FAILURE(later.Connect());
+    ASSERT_GT(Send(later.Fd(), kRequest), 0);
+    first.Kill(SIGTERM);
+    first.Kill(SIGCONT);
+    EXPECT_EQ(Receive(busy), kReply);
+    EXPECT_EQ(first.Wait(), 0) << "an idle client kept the server";
+    const Child second([&] { ServeHanded(listener.Fd()); });
+    EXPECT_EQ(Receive(later), kReply);
+}
+
 TEST_F(RegistrationTest, AServerEndsWithTheTestThatStartedIt) {
     Child test([] {
         const Child server(Serve);

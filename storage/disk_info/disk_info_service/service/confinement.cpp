@@ -100,6 +100,7 @@ constexpr Rule kRules[] = {
     {__NR_epoll_ctl},
     {__NR_epoll_pwait},
     {__NR_ppoll},
+    {__NR_signalfd4},
 
     // Memory. A mapping is neither executable nor shared: a store to a shared one would write to
     // its file. MAP_SHARED_VALIDATE includes the bit of MAP_SHARED.
