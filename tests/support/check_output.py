@@ -10,11 +10,12 @@ check_output.py spdx           the package's statement of what is linked in
 import json
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 
 HERE = pathlib.Path(__file__).parent
-PROMTOOL = HERE / "../../build/check/usr/bin/promtool"
+PROMTOOL = shutil.which("promtool") or HERE / "../../build/check/usr/bin/promtool"
 
 
 def objects(value):
