@@ -1,9 +1,10 @@
-"""Checks an output of the command, on standard input, with parsers of other projects.
+"""Checks an output of the command, on standard input, with parsers of other projects, and files.
 
 check_output.py schema FILE    a document, with the JSON Schema in FILE, which must name all of its keys
 check_output.py metrics        Prometheus text
 check_output.py openmetrics    OpenMetrics text
 check_output.py fleet FILE...  rules and dashboards: alerts fire as in rules_test.yml, named metrics exist
+check_output.py protocol DEFINITION PAGE   the page shows the whole definition
 check_output.py spdx           the package's statement of what is linked in
 """
 
@@ -13,6 +14,7 @@ import re
 import shutil
 import subprocess
 import sys
+import textwrap
 
 HERE = pathlib.Path(__file__).parent
 PROMTOOL = shutil.which("promtool") or HERE / "../../build/check/usr/bin/promtool"
@@ -59,6 +61,12 @@ def check_fleet(*paths):
     for path in paths:
         used = set(re.findall(r"\bdisk_info_\w+", pathlib.Path(path).read_text("utf-8")))
         assert used and used <= names, f"{path}: {used - names or 'no metrics'}"
+
+
+def check_protocol(definition, page):
+    shown = textwrap.dedent("".join(re.findall(r"(?:^    .*\n|^\n)", pathlib.Path(page).read_text("utf-8"), re.M)))
+    text = pathlib.Path(definition).read_text("utf-8")
+    assert text[text.index("interface ") :] in shown, "they differ"
 
 
 def check_spdx():
