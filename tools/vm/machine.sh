@@ -20,13 +20,15 @@ die() {
 }
 
 # The emulated architecture is DISK_INFO_ARCH, by default this machine's own. With
-# DISK_INFO_KERNEL=oldkernel the kernel is that of the Debian release, not of its backports.
+# DISK_INFO_KERNEL=oldkernel the kernel is that of the Debian release, not of its backports. DISK_INFO_QEMU
+# replaces the installed QEMU.
 arch=${DISK_INFO_ARCH:-$(dpkg --print-architecture)}
 case $arch in
   amd64) qemu=(qemu-system-x86_64) serial=ttyS crc32c=crc32c_intel ;;
   arm64) qemu=(qemu-system-aarch64 -machine virt) serial=ttyAMA crc32c=crc32c_generic ;;
   *) die "unknown architecture '$arch'; use amd64 or arm64" ;;
 esac
+qemu[0]=${DISK_INFO_QEMU:-${qemu[0]}}
 vm_dir=build/vm/$arch
 preset=release
 [[ $arch = "$(dpkg --print-architecture)" ]] || preset=$arch
