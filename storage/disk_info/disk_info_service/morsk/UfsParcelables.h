@@ -81,6 +81,8 @@ struct UfsHealthInfoParcel {
     bool operator==(const UfsHealthInfoParcel&) const = default;
 };
 
+// The kernel wakes a sleeping disk when the service reads its descriptors, which is before it reads
+// the link's state.
 struct UfsPowerInfoParcel {
     std::string linkState;  // H/power_info/link_state
     bool isActive = false;  // linkState is "ACTIVE"
