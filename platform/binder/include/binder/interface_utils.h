@@ -22,6 +22,7 @@ class Scoped {
     Scoped() = default;
     explicit Scoped(T* owned) : handle_(owned) {}
     Scoped(Scoped&& other) noexcept : handle_(std::exchange(other.handle_, nullptr)) {}
+    // Exchanges the handles: `other` releases the old one.
     Scoped& operator=(Scoped&& other) noexcept {
         std::swap(handle_, other.handle_);
         return *this;

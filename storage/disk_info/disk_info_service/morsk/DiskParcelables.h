@@ -29,7 +29,7 @@ class DiskUnion {
     // The status of the first write that fails.
     binder_status_t writeToParcel(AParcel* parcel) const;
     // STATUS_BAD_VALUE: unknown tag; STATUS_UNEXPECTED_NULL: no arm. On failure the union is
-    // unchanged. Defined in morsk_client.
+    // unchanged. The daemon does not contain it.
     binder_status_t readFromParcel(const AParcel* parcel);
 
     bool operator==(const DiskUnion&) const = default;

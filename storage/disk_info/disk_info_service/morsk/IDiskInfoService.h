@@ -1,8 +1,9 @@
 // Interface of the disk info service, version 1. Its definition is IDiskInfoService.morsk.
 //
-// Every method returns a status: OK; the service-specific error -1 (the kind of disk is not
-// supported, or its data cannot be read); or, from getFilesystemInfo only, the illegal-argument
-// exception. *result is set if the status is OK and unchanged otherwise.
+// Every method returns a status: OK; the service-specific error -1 (a link is missing, the kind of
+// disk is not supported, or its data cannot be read); or, from getFilesystemInfo only, the
+// illegal-argument exception for a name without "data" in it. *result is set if the status is OK
+// and unchanged otherwise; `result` must not be null.
 #pragma once
 
 #include <binder/interface_utils.h>

@@ -61,10 +61,13 @@ struct UfsInfoParcel {
 };
 
 struct UfsHealthInfoParcel {
-    std::string preEndOfLifeInfo;           // bPreEOLInfo
-    std::string deviceLifeTimeEstimationA;  // bDeviceLifeTimeEstA
-    std::string deviceLifeTimeEstimationB;  // bDeviceLifeTimeEstB
-    int64_t totalNumberOfErrors = 0;        // S/ioerr_cnt, SCSI I/O errors; unsigned
+    // bPreEOLInfo, such as "0x01": reserved blocks. 1: normal; 2: 80 % used; 3: 90 % used.
+    std::string preEndOfLifeInfo;
+    // bDeviceLifeTimeEstA and B, such as "0x08". 1 to 10: (n - 1) * 10 % to n * 10 % of the
+    // expected life is used; 11: all of it; 0: not reported.
+    std::string deviceLifeTimeEstimationA;
+    std::string deviceLifeTimeEstimationB;
+    int64_t totalNumberOfErrors = 0;  // S/ioerr_cnt: requests that failed, of SCSI; unsigned
     // From bProvisioningType. "any": discarded blocks read as arbitrary data; "0": as zeros;
     // "undefined": not reported or not read.
     std::string discardReadValue;

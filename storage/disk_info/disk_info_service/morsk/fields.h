@@ -2,6 +2,10 @@
 // `kFields`; the writer, the reader and the command's output iterate over that list.
 #pragma once
 
+#if __cplusplus < 202002L
+#error "disk_info takes C++20: -std=c++20"
+#endif
+
 #include <tuple>
 
 namespace morsk::com::quendar::tavisk::disk_info {

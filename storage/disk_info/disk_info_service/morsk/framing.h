@@ -2,7 +2,7 @@
 // then the fields in the order of `kFields`. A reader continues at start plus size: it skips fields
 // that a newer writer appended, and fields that an older writer lacks keep their defaults.
 //
-// The writer is in the library morsk, the reader in morsk_client: the service needs no reader.
+// The daemon contains the writer alone, a client both.
 #pragma once
 
 #include <binder/parcel.h>
