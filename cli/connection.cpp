@@ -80,7 +80,8 @@ const char* AdviceFor(int error) {
 class Connection {
   public:
     Connection() {
-        const std::string instance = std::string(IDiskInfoService::descriptor) + "/default";
+        std::string instance = IDiskInfoService::descriptor;
+        instance += "/default";  // GCC 14 warns falsely if operator+ joins them
         binder::StrongBinder binder(AServiceManager_checkService(instance.c_str()));
         if (!binder) {
             const int error = errno;
