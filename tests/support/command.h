@@ -53,7 +53,10 @@ class CommandTest : public PrivateRootTest {
     static Child StartOn(int output, Words words, const char* variable = "NO_COLOR=") {
         WriteLink("/run/started.out", "/proc/self/fd/" + std::to_string(output));
         words.insert(words.begin(), COMMAND_PROGRAM);
-        return Child(words, "/run/started", [=] { putenv(const_cast<char*>(variable)); });
+        return Child(words, "/run/started", [=] {
+            setenv("TERM", "xterm", 1);  // Whatever the tests' own is.
+            putenv(const_cast<char*>(variable));
+        });
     }
 
     // Reads from the terminal until `text` arrives; fails if it does not.
