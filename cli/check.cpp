@@ -63,7 +63,7 @@ std::string PerformanceOf(const Document& document) {
 }  // namespace
 
 CheckResult Check(const Document& document) {
-    const Assessment& assessment = *document.assessment;
+    const Assessment assessment = document.assessment.value_or(Assessment{});
     const std::vector<std::string> failures = FailureLines(document);
     std::string text;
     if (assessment.verdict == Verdict::kUnknown && !failures.empty()) {

@@ -30,8 +30,8 @@ const Link& LinkFor(const Result& result) {
     return result.partition == "userdata" ? kDataMapping : kMetadataPartition;
 }
 
-std::string ServiceReason(const Result& result) {
-    const std::string code = "service error " + std::to_string(result.answer.error->code) + ": ";
+std::string ServiceReason(const Result& result, int32_t error) {
+    const std::string code = "service error " + std::to_string(error) + ": ";
     const Link& link = LinkFor(result);
     struct stat status;
     if (stat(link.path, &status) == 0 || errno != ENOENT) {
@@ -44,11 +44,10 @@ std::string ServiceReason(const Result& result) {
            link.requirement;
 }
 
-std::string ReasonFor(const Result& result) {
-    const CallError& error = *result.answer.error;
+std::string ReasonFor(const Result& result, const CallError& error) {
     switch (error.kind) {
         case ErrorKind::kService:
-            return ServiceReason(result);
+            return ServiceReason(result, error.code);
         case ErrorKind::kException:
             if (result.call == Call::kFilesystem && error.code == kIllegalArgument) {
                 return "partition '" + Printable(result.partition) +
@@ -74,7 +73,7 @@ std::vector<std::string> FailureLines(const Document& document) {
     std::vector<Failure> failures;
     for (const Result& result : document.results) {
         if (!result.answer.error) continue;
-        const std::string reason = ReasonFor(result);
+        const std::string reason = ReasonFor(result, *result.answer.error);
         if (reason.empty()) continue;
         std::string call = NameOf(result.call);
         if (result.call == Call::kFilesystem) call += " " + Printable(result.partition);
