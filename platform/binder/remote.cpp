@@ -8,10 +8,12 @@
 namespace binder {
 
 // cppcheck-suppress uninitMemberVar
-RemoteConnection::RemoteConnection(base::UniqueFd socket) : socket_(std::move(socket)) {}
+RemoteConnection::RemoteConnection(base::UniqueFd socket)
+    : owner_(getpid()), socket_(std::move(socket)) {}
 
 binder_status_t RemoteConnection::Transact(transaction_code_t code, const AParcel& request,
                                            AParcel* reply) {
+    if (getpid() != owner_) return STATUS_DEAD_OBJECT;
     const std::lock_guard lock(mutex_);
     if (!socket_) return STATUS_DEAD_OBJECT;
     const binder_status_t failure = Exchange(code, request);

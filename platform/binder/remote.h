@@ -5,6 +5,7 @@
 
 #include <base/unique_fd.h>
 #include <binder/ibinder.h>
+#include <unistd.h>
 
 #include <mutex>
 
@@ -28,6 +29,7 @@ class RemoteConnection {
   private:
     [[nodiscard]] binder_status_t Exchange(transaction_code_t code, const AParcel& request);
 
+    const pid_t owner_;  // A forked process would receive the replies of its parent.
     std::mutex mutex_;
     base::UniqueFd socket_;
     Message message_;

@@ -69,8 +69,8 @@ bool IsHangUp(const epoll_event& event) {
 // so that requests that came in the meantime get their turn.
 //
 // With a listener from systemd, SIGTERM does not interrupt clients: the server accepts no more, and
-// exits when its clients have disconnected, at the latest after a second. Later clients wait for
-// the next process.
+// exits when its clients have disconnected, at the latest a second later. If a call takes longer,
+// the server exits after it. Later clients wait for the next process.
 //
 // A peer that sends a malformed message is disconnected. A request is received only after the peer
 // took the last reply, so a peer that does not read costs one reply. Never logs: a client could

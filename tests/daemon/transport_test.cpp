@@ -71,6 +71,15 @@ TEST_F(TransportTest, AMalformedMessageEndsItsConnectionOnly) {
     }
 }
 
+TEST_F(TransportTest, AConnectionBelongsToOneProcess) {
+    Child forked([&] {
+        int32_t number = 21;
+        _exit(-Call(good_, 1, &number));
+    });
+    EXPECT_EQ(forked.Wait(), -STATUS_DEAD_OBJECT);
+    ExpectAnswered(good_);
+}
+
 TEST_F(TransportTest, AttachedDescriptorsAreRejectedOrClosed) {
     const RawSocket client;
     ASSERT_NO_FATAL_FAILURE(client.Connect());
