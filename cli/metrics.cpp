@@ -1,9 +1,9 @@
 #include "metrics.h"
 
 #include <charconv>
-#include <functional>
 #include <iterator>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "fields.h"
@@ -100,33 +100,6 @@ Samples FilesystemErrors(const Document& document) {
     return samples;
 }
 
-// One field as a sample: (reading + plus) * times / per.
-struct Source {
-    Call call;
-    const char* field;
-    const char* labels = "";
-    double plus = 0;
-    double times = 1;
-    double per = 1;
-};
-
-using Collector = std::function<Samples(const Document& document)>;
-
-// A sample for each source that is reported.
-Collector From(const std::vector<Source>& sources) {
-    return [sources](const Document& document) {
-        Samples samples;
-        for (const Source& source : sources) {
-            const Json* const fields = FieldsOf(document, source.call);
-            const auto reading = fields != nullptr ? Reading(*fields, source.field) : std::nullopt;
-            if (!reading) continue;
-            samples.push_back(
-                {source.labels, (*reading + source.plus) * source.times / source.per});
-        }
-        return samples;
-    };
-}
-
 enum class Type { kGauge, kCounter };
 using enum Type;
 using enum Call;
@@ -136,45 +109,73 @@ struct Family {
     Type type;
     const char* unit;
     const char* help;
-    Collector collect;
+    Samples (*collect)(const Document& document) = nullptr;  // null: from its rows in kSources
 };
 
 // In output order.
-const Family kFamilies[] = {
+constexpr Family kFamilies[] = {
     {"up", kGauge, "", "1 if the service answered the call, otherwise 0.", Up},
     {"identity_info", kGauge, "", "The disk that holds the data partition.", Identity},
-    {"size_bytes", kGauge, "bytes", "Size of the disk.", From({{kInfo, "size"}})},
+    {"size_bytes", kGauge, "bytes", "Size of the disk."},
     {"verdict", kGauge, "", "1 for the verdict on the disk, 0 for the others.", Verdicts},
     {"life_used_ratio", kGauge, "ratio",
      "Used share of the expected life; it can exceed 1. For a UFS disk it is the lower end of the "
-     "reported range.",
-     From({{kHealth, "percentageUsed", "", 0, 1, 100},
-           {kHealth, "deviceLifeTimeEstimationA", R"({estimation="a"})", -1, 1, 10},
-           {kHealth, "deviceLifeTimeEstimationB", R"({estimation="b"})", -1, 1, 10}})},
-    {"spare_ratio", kGauge, "ratio", "Share of the spare blocks that is left.",
-     From({{kHealth, "availableSpare", "", 0, 1, 100}})},
-    {"spare_threshold_ratio", kGauge, "ratio", "Share below which the spare is critical.",
-     From({{kHealth, "availableSpareThreshold", "", 0, 1, 100}})},
+     "reported range."},
+    {"spare_ratio", kGauge, "ratio", "Share of the spare blocks that is left."},
+    {"spare_threshold_ratio", kGauge, "ratio", "Share below which the spare is critical."},
     {"critical_warning", kGauge, "", "Critical warnings of an NVMe disk, 1 if raised.",
      CriticalWarnings},
-    {"pre_end_of_life", kGauge, "", "Reserved blocks of a UFS disk: 1 normal, 2 warning, 3 urgent.",
-     From({{kHealth, "preEndOfLifeInfo"}})},
-    {"written_bytes", kCounter, "bytes", "Data written to the disk by its host.",
-     From({{kHealth, "dataUnitsWritten", "", 0, 512'000}})},
-    {"media_errors", kCounter, "", "Media errors of an NVMe disk.",
-     From({{kHealth, "numberOfMediaErrors"}})},
+    {"pre_end_of_life", kGauge, "",
+     "Reserved blocks of a UFS disk: 1 normal, 2 warning, 3 urgent."},
+    {"written_bytes", kCounter, "bytes", "Data written to the disk by its host."},
+    {"media_errors", kCounter, "", "Media errors of an NVMe disk."},
     {"error_log_entries", kCounter, "",
-     "Entries in the error log of an NVMe disk, including rejected commands.",
-     From({{kHealth, "numberOfErrorLogEntries"}})},
-    {"io_errors", kCounter, "", "Requests to a UFS disk that ended with an error.",
-     From({{kHealth, "totalNumberOfErrors"}})},
-    {"power_state", kGauge, "", "Power state of an NVMe disk; 0 uses the most power.",
-     From({{kPower, "currentPowerState"}})},
-    {"active", kGauge, "", "1 if the disk is in a state that handles input and output.",
-     From({{kPower, "isOperational"}, {kPower, "isActive"}})},
+     "Entries in the error log of an NVMe disk, including rejected commands."},
+    {"io_errors", kCounter, "", "Requests to a UFS disk that ended with an error."},
+    {"power_state", kGauge, "", "Power state of an NVMe disk; 0 uses the most power."},
+    {"active", kGauge, "", "1 if the disk is in a state that handles input and output."},
     {"filesystem_errors", kCounter, "", "Errors that ext4 counted on the partition.",
      FilesystemErrors},
 };
+
+// Fields that are samples: (reading + plus) * times / per.
+constexpr struct {
+    const char* family;
+    Call call;
+    const char* field;
+    const char* labels = "";
+    double plus = 0;
+    double times = 1;
+    double per = 1;
+} kSources[] = {
+    {"size_bytes", kInfo, "size"},
+    {"life_used_ratio", kHealth, "percentageUsed", "", 0, 1, 100},
+    {"life_used_ratio", kHealth, "deviceLifeTimeEstimationA", R"({estimation="a"})", -1, 1, 10},
+    {"life_used_ratio", kHealth, "deviceLifeTimeEstimationB", R"({estimation="b"})", -1, 1, 10},
+    {"spare_ratio", kHealth, "availableSpare", "", 0, 1, 100},
+    {"spare_threshold_ratio", kHealth, "availableSpareThreshold", "", 0, 1, 100},
+    {"pre_end_of_life", kHealth, "preEndOfLifeInfo"},
+    {"written_bytes", kHealth, "dataUnitsWritten", "", 0, 512'000},
+    {"media_errors", kHealth, "numberOfMediaErrors"},
+    {"error_log_entries", kHealth, "numberOfErrorLogEntries"},
+    {"io_errors", kHealth, "totalNumberOfErrors"},
+    {"power_state", kPower, "currentPowerState"},
+    {"active", kPower, "isOperational"},
+    {"active", kPower, "isActive"},
+};
+
+Samples SamplesOf(const Family& family, const Document& document) {
+    if (family.collect != nullptr) return family.collect(document);
+    Samples samples;
+    for (const auto& source : kSources) {
+        if (std::string_view(source.family) != family.name) continue;
+        const Json* const fields = FieldsOf(document, source.call);
+        const auto reading = fields != nullptr ? Reading(*fields, source.field) : std::nullopt;
+        if (!reading) continue;
+        samples.push_back({source.labels, (*reading + source.plus) * source.times / source.per});
+    }
+    return samples;
+}
 
 // A double, as collectors store it, without an exponent.
 std::string ValueText(double value) {
@@ -213,7 +214,7 @@ std::string FamilyText(const Family& family, const Samples& samples, MetricsForm
 std::string MetricsText(const Document& document, MetricsFormat format) {
     std::string text;
     for (const Family& family : kFamilies) {
-        text += FamilyText(family, family.collect(document), format);
+        text += FamilyText(family, SamplesOf(family, document), format);
     }
     return format == MetricsFormat::kOpenMetrics ? text + "# EOF\n" : text;
 }
