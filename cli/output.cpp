@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 
 namespace disk_info::cli {
@@ -73,9 +72,17 @@ bool OutputIsDecorated(Decoration decoration) {
            (terminal == nullptr || std::string_view(terminal) != "dumb");
 }
 
+bool WriteAll(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(fd, text.data(), text.size());
+        if (written <= 0) return false;
+        text.remove_prefix(static_cast<size_t>(written));
+    }
+    return true;
+}
+
 bool WriteOutput(std::string_view text) {
-    return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() &&
-           std::fflush(stdout) == 0;
+    return WriteAll(STDOUT_FILENO, text);
 }
 
 }  // namespace disk_info::cli

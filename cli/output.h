@@ -36,7 +36,8 @@ inline constexpr const char* kDecorationNames[]{"auto", "always", "never"};
 // kAuto: whether standard output is a terminal other than "dumb", and NO_COLOR is unset or empty.
 bool OutputIsDecorated(Decoration decoration);
 
-// Writes and flushes; false if that failed.
-[[nodiscard]] bool WriteOutput(std::string_view text);
+// Write all of the text; false if that failed. Async-signal-safe.
+[[nodiscard]] bool WriteAll(int fd, std::string_view text);
+[[nodiscard]] bool WriteOutput(std::string_view text);  // to standard output
 
 }  // namespace disk_info::cli

@@ -3,8 +3,9 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <string_view>
 #include <utility>
+
+#include "output.h"
 
 namespace disk_info::cli {
 
@@ -15,18 +16,9 @@ std::string err_text;
 int status_if_written = 0;
 int status_if_unwritten = 0;
 
-bool WriteAll(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(fd, text.data(), text.size());
-        if (written <= 0) return false;
-        text.remove_prefix(static_cast<size_t>(written));
-    }
-    return true;
-}
-
 // Calls only async-signal-safe functions; the texts do not change while the alarm is set.
 void Exit(int /*signal*/) {
-    const bool written = WriteAll(STDOUT_FILENO, out_text);
+    const bool written = WriteOutput(out_text);
     (void)WriteAll(STDERR_FILENO, err_text);
     _exit(written ? status_if_written : status_if_unwritten);
 }

@@ -23,10 +23,9 @@ using Clock = std::chrono::steady_clock;
 
 bool screen_is_taken = false;
 
-// Calls only async-signal-safe functions. It flushes nothing, because WriteOutput flushes each
-// frame; it only restores the screen.
+// Calls only async-signal-safe functions.
 void Exit(int /*signal*/) {
-    if (screen_is_taken) (void)!write(STDOUT_FILENO, kLeaveScreen.data(), kLeaveScreen.size());
+    if (screen_is_taken) (void)WriteOutput(kLeaveScreen);
     _exit(0);
 }
 
