@@ -9,6 +9,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -39,9 +40,10 @@ Json ValueToJson(const Value& value, bool is_unsigned) {
 
 template <typename Parcelable>
 Json FieldsOf(const Parcelable& parcelable) {
-    Json fields = Json::object();
+    Json::object_t fields;
+    fields.reserve(std::tuple_size_v<decltype(Parcelable::kFields)>);
     forEachField<Parcelable>([&](const auto& field) {
-        fields[field.name] = ValueToJson(parcelable.*field.member, field.isUnsigned);
+        fields.emplace_back(field.name, ValueToJson(parcelable.*field.member, field.isUnsigned));
     });
     return fields;
 }

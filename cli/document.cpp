@@ -44,32 +44,27 @@ std::vector<Result> CallsOf(const Request& request) {
 }
 
 // Adds the exact text of a large number under its key with "_s" appended.
-Json WithExactTexts(const Json& fields) {
-    Json all = Json::object();
-    for (const auto& [name, value] : fields.items()) {
-        all[name] = value;
-        if (value.is_number_unsigned() && value.get<uint64_t>() > kLargestExact) {
-            all[name + "_s"] = value.dump();
-        }
+Json WithExactTexts(Json fields) {
+    Json::object_t all;
+    all.reserve(fields.size());
+    for (auto& [name, value] : fields.get_ref<Json::object_t&>()) {
+        const bool is_exact = !value.is_number_unsigned() || value.get<uint64_t>() <= kLargestExact;
+        const Json& added = all.emplace_back(name, std::move(value)).second;
+        if (!is_exact) all.emplace_back(name + "_s", added.dump());
     }
     return all;
 }
 
-Json ToJson(const Answer& answer) {
+Json ToJson(Answer answer) {
     if (answer.error) {
         return {{"error", {{"kind", NameOf(answer.error->kind)}, {"code", answer.error->code}}}};
     }
-    const Json* const fields = answer.Fields();
-    if (fields == nullptr) return nullptr;
-    switch (answer.arm) {
-        case Arm::kNvme:
-            return {{"nvme", WithExactTexts(*fields)}};
-        case Arm::kUfs:
-            return {{"ufs", WithExactTexts(*fields)}};
-        case Arm::kNone:
-            break;
-    }
-    return WithExactTexts(*fields);
+    if (answer.Fields() == nullptr) return nullptr;
+    Json fields = WithExactTexts(std::move(answer.fields));
+    if (answer.arm == Arm::kNone) return fields;
+    Json json;
+    json[answer.arm == Arm::kNvme ? "nvme" : "ufs"] = std::move(fields);
+    return json;
 }
 
 Json ToJson(const Assessment& assessment) {
@@ -84,9 +79,11 @@ Json ToJson(const Assessment& assessment) {
                             {"verdict", NameOf(finding.verdict)},
                             {"reason", finding.reason}});
     }
-    return {{"verdict", NameOf(assessment.verdict)},
-            {"reasons", std::move(reasons)},
-            {"findings", std::move(findings)}};
+    Json json;
+    json["verdict"] = NameOf(assessment.verdict);
+    json["reasons"] = std::move(reasons);
+    json["findings"] = std::move(findings);
+    return json;
 }
 
 }  // namespace
@@ -128,23 +125,28 @@ Document UnansweredDocument(const Request& request) {
     });
 }
 
-Json ToJson(const Document& document) {
-    Json json{{"schemaVersion", kSchemaVersion}};
-    for (const Result& result : document.results) {
+Json ToJson(Document document) {
+    Json readings = Readings(document);
+    Json json;
+    json["schemaVersion"] = kSchemaVersion;
+    for (Result& result : document.results) {
         if (result.call == Call::kFilesystem) {
-            json["filesystems"][result.partition] = ToJson(result.answer);
+            json["filesystems"][result.partition] = ToJson(std::move(result.answer));
         } else {
-            json[NameOf(result.call)] = ToJson(result.answer);
+            json[NameOf(result.call)] = ToJson(std::move(result.answer));
         }
     }
     if (document.assessment) json["assessment"] = ToJson(*document.assessment);
-    json["readings"] = Readings(document);
+    json["readings"] = std::move(readings);
     return json;
 }
 
 Json ErrorToJson(const std::string& message) {
-    return {{"schemaVersion", kSchemaVersion},
-            {"error", {{"kind", NameOf(ErrorKind::kConnection)}, {"message", message}}}};
+    Json json;
+    json["schemaVersion"] = kSchemaVersion;
+    json["error"]["kind"] = NameOf(ErrorKind::kConnection);
+    json["error"]["message"] = message;
+    return json;
 }
 
 }  // namespace disk_info::cli

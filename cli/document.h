@@ -76,7 +76,7 @@ Document MakeDocument(const Request& request, const Answerer& answer);
 Document UnansweredDocument(const Request& request);
 
 // The published form; packaging/disk_info.schema.json describes it.
-Json ToJson(const Document& document);
+Json ToJson(Document document);
 // The published form if the service did not answer.
 Json ErrorToJson(const std::string& message);
 

@@ -12,9 +12,16 @@ namespace disk_info::cli {
 
 namespace {
 
+// Null for a missing field.
+const Json* ValueAt(const Json& fields, std::string_view name) {
+    const auto field = fields.find(name);
+    return field != fields.end() ? &*field : nullptr;
+}
+
 // 0 for a field that is missing or not a number.
-double NumberAt(const Json& fields, const char* name) {
-    return fields.contains(name) ? NumberOf(fields[name]).value_or(0) : 0;
+double NumberAt(const Json& fields, std::string_view name) {
+    const Json* const value = ValueAt(fields, name);
+    return value != nullptr ? NumberOf(*value).value_or(0) : 0;
 }
 
 bool IsEmptyText(const Json& fields, const char* name) {
@@ -179,7 +186,7 @@ const struct {
 // from the field's name; the label "" hides the field. `missing` is the text for a field that is
 // not reported; it is "" if the field then does not apply.
 const struct Rule {
-    const char* field;
+    std::string_view field;
     const char* label;
     Condition is_reported;
     Formatter words;
@@ -221,7 +228,7 @@ const struct Rule {
     {"lastErrorCode", "Last error", HasFilesystemError, nullptr, ""},
 };
 
-const Rule& RuleFor(const std::string& name) {
+const Rule& RuleFor(std::string_view name) {
     static constexpr Rule kDefault{"", nullptr, nullptr, nullptr};
     const auto* const rule = std::find_if(std::begin(kRules), std::end(kRules),
                                           [&](const Rule& one) { return one.field == name; });
@@ -229,7 +236,7 @@ const Rule& RuleFor(const std::string& name) {
 }
 
 // The value's name in kNamedValues; "" if it has none.
-std::string NamedValue(const std::string& field, const Json& value) {
+std::string NamedValue(std::string_view field, const Json& value) {
     const std::optional<double> number = NumberOf(value);
     const std::string text = number              ? Format("%.0f", *number)
                              : value.is_string() ? value.get<std::string>()
@@ -242,12 +249,12 @@ std::string NamedValue(const std::string& field, const Json& value) {
 
 }  // namespace
 
-bool IsReported(const Json& fields, const std::string& name) {
-    if (!fields.contains(name)) return false;
-    const Json& value = fields[name];
-    if (value.is_string() && Printable(value.get<std::string>()).empty()) return false;
+const Json* Reported(const Json& fields, std::string_view name) {
+    const Json* const value = ValueAt(fields, name);
+    if (value == nullptr) return nullptr;
+    if (value->is_string() && Printable(value->get<std::string>()).empty()) return nullptr;
     const Rule& rule = RuleFor(name);
-    return rule.is_reported == nullptr || rule.is_reported(fields, value);
+    return rule.is_reported == nullptr || rule.is_reported(fields, *value) ? value : nullptr;
 }
 
 std::string WarningWords(unsigned bits) {
@@ -262,17 +269,18 @@ std::string WarningWords(unsigned bits) {
 std::string ModelWords(const Json& fields) {
     std::string text;
     for (const char* name : {"vendor", "modelNumber"}) {
-        if (!IsReported(fields, name)) continue;
+        if (Reported(fields, name) == nullptr) continue;
         text.append(text.empty() ? "" : " ").append(Words(fields, name));
     }
     return text;
 }
 
-std::optional<double> Reading(const Json& fields, const std::string& name) {
-    return IsReported(fields, name) ? NumberOf(fields[name]) : std::nullopt;
+std::optional<double> Reading(const Json& fields, std::string_view name) {
+    const Json* const value = Reported(fields, name);
+    return value != nullptr ? NumberOf(*value) : std::nullopt;
 }
 
-std::string Label(const std::string& name) {
+std::string Label(std::string_view name) {
     if (const Rule& rule = RuleFor(name); rule.label != nullptr) return rule.label;
     std::string text;  // "linkState" is "Link state".
     for (const char c : name) {
@@ -283,14 +291,14 @@ std::string Label(const std::string& name) {
     return text;
 }
 
-std::string Words(const Json& fields, const std::string& name) {
+std::string Words(const Json& fields, std::string_view name) {
     const Rule& rule = RuleFor(name);
-    if (!IsReported(fields, name)) return rule.missing;
-    const Json& value = fields[name];
-    if (rule.words != nullptr) return rule.words(fields, value);
-    if (std::string named = NamedValue(name, value); !named.empty()) return named;
-    if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
-    return value.is_string() ? Printable(value.get<std::string>()) : value.dump();
+    const Json* const value = Reported(fields, name);
+    if (value == nullptr) return rule.missing;
+    if (rule.words != nullptr) return rule.words(fields, *value);
+    if (std::string named = NamedValue(name, *value); !named.empty()) return named;
+    if (value->is_boolean()) return value->get<bool>() ? "yes" : "no";
+    return value->is_string() ? Printable(value->get<std::string>()) : value->dump();
 }
 
 }  // namespace disk_info::cli

@@ -7,6 +7,7 @@
 #include <array>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "json.h"
 
@@ -29,8 +30,8 @@ inline constexpr std::array<CriticalWarning, 8> kCriticalWarnings{{
     {"bit_7", "bit 7"},
 }};
 
-// False for a missing field, an empty text, and values that mean "not reported".
-bool IsReported(const Json& fields, const std::string& name);
+// The field. Null if it is missing, an empty text, or a value that means "not reported".
+const Json* Reported(const Json& fields, std::string_view name);
 
 // The words of the bits that are set in a critical warning; "none" if no bit is.
 std::string WarningWords(unsigned bits);
@@ -39,12 +40,12 @@ std::string WarningWords(unsigned bits);
 std::string ModelWords(const Json& fields);
 
 // The field as a number. Empty: it is not reported or not a number.
-std::optional<double> Reading(const Json& fields, const std::string& name);
+std::optional<double> Reading(const Json& fields, std::string_view name);
 
 // The field's label; "" if the field is shown as part of another one.
-std::string Label(const std::string& name);
+std::string Label(std::string_view name);
 
 // The value in words; "not reported" if the disk does not report it, "" if it does not apply.
-std::string Words(const Json& fields, const std::string& name);
+std::string Words(const Json& fields, std::string_view name);
 
 }  // namespace disk_info::cli

@@ -1,5 +1,6 @@
 // disk_info, the command: queries the service once or repeatedly and prints the answers.
-#include <cstdio>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <ctime>
 #include <string>
@@ -35,7 +36,7 @@ std::string JsonText(const Json& json) {
     return json.dump(2, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace) + "\n";
 }
 
-Outcome Answered(const Document& document, const Options& options, const Style& style) {
+Outcome Answered(Document document, const Options& options, const Style& style) {
     Outcome outcome;
     if (options.request.command == Command::kCheck) {
         CheckResult result = Check(document);
@@ -49,7 +50,7 @@ Outcome Answered(const Document& document, const Options& options, const Style& 
     if (options.request.command == Command::kMetrics) {
         outcome.text = MetricsText(document, options.metrics_format);
     } else if (options.as_json) {
-        outcome.text = JsonText(ToJson(document));
+        outcome.text = JsonText(ToJson(std::move(document)));
     } else {
         outcome.text = PlainText(document, style.is_decorated, style.size.columns);
     }
@@ -100,7 +101,7 @@ int PrintOnce(const Options& options, const Style& style) {
     if (!WriteOutput(outcome.text)) {
         outcome = {"", {"cannot write the output"}, OutputFailedStatus(options)};
     }
-    (void)std::fputs(LinesOf(outcome.messages).c_str(), stderr);
+    (void)WriteAll(STDERR_FILENO, LinesOf(outcome.messages));
     return outcome.status;
 }
 
@@ -122,7 +123,7 @@ int Run(const Options& options) {
     if (options.watch_seconds == 0) return PrintOnce(options, {is_decorated, OutputSize()});
     const auto print = [&](const Size& size) { PrintFrame(options, {is_decorated, size}); };
     Watch(options.watch_seconds, print);
-    (void)std::fputs(LinesOf({"cannot write the output"}).c_str(), stderr);
+    (void)WriteAll(STDERR_FILENO, LinesOf({"cannot write the output"}));
     return kOutputFailed;
 }
 

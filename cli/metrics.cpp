@@ -59,7 +59,7 @@ Samples Identity(const Document& document) {
     if (fields == nullptr) return {};
     std::string labels;
     for (const auto& [field, label] : kLabels) {
-        if (!IsReported(*fields, field)) continue;
+        if (Reported(*fields, field) == nullptr) continue;
         labels += (labels.empty() ? "{" : ",") + LabelText(label, Words(*fields, field));
     }
     if (labels.empty()) return {};

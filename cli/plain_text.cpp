@@ -171,7 +171,7 @@ std::string DiskTitle(const Document& document) {
     const Json* const fields = info != nullptr ? info->answer.Fields() : nullptr;
     if (fields == nullptr) return "Disk";
     std::vector<std::string> parts{ModelWords(*fields)};
-    if (IsReported(*fields, "type")) parts.push_back(Words(*fields, "type"));
+    if (Reported(*fields, "type") != nullptr) parts.push_back(Words(*fields, "type"));
     if (const auto size = Reading(*fields, "size")) parts.push_back(DecimalSize(*size));
     std::string text;
     for (const std::string& part : parts) {

@@ -18,7 +18,8 @@ Json OrNull(const std::optional<double>& value) {
 
 // The field's number or truth as it is.
 Json ValueAt(const Json& fields, const char* name) {
-    return IsReported(fields, name) ? fields[name] : Json();
+    const Json* const value = Reported(fields, name);
+    return value != nullptr ? *value : Json();
 }
 
 // (reading - zero) / full
@@ -62,13 +63,13 @@ Json WrittenBytes(const Json& fields) {
     return units.get<uint64_t>() * kUnit;
 }
 
-void AddInfo(const Json& fields, Json* readings) {
+void AddInfo(const Json& fields, Json::object_t* readings) {
     const std::string model = ModelWords(fields);
     (*readings)["model"] = model.empty() ? Json() : Json(model);
     (*readings)["sizeBytes"] = ValueAt(fields, "size");
 }
 
-void AddHealth(const Json& fields, Json* readings) {
+void AddHealth(const Json& fields, Json::object_t* readings) {
     (*readings)["lifeUsedRatio"] = LifeUsed(fields);
     (*readings)["spareRatio"] = OrNull(RatioAt(fields, "availableSpare", 0, 100));
     (*readings)["spareThresholdRatio"] = OrNull(RatioAt(fields, "availableSpareThreshold", 0, 100));
@@ -80,7 +81,7 @@ void AddHealth(const Json& fields, Json* readings) {
     (*readings)["ioErrors"] = ValueAt(fields, "totalNumberOfErrors");
 }
 
-void AddPower(const Json& fields, Json* readings) {
+void AddPower(const Json& fields, Json::object_t* readings) {
     (*readings)["powerState"] = ValueAt(fields, "currentPowerState");
     const bool is_nvme = fields.contains("isOperational");
     (*readings)["isActive"] = ValueAt(fields, is_nvme ? "isOperational" : "isActive");
@@ -90,7 +91,8 @@ void AddPower(const Json& fields, Json* readings) {
 
 Json Readings(const Document& document) {
     const Json none = Json::object();
-    Json readings = Json::object();
+    Json::object_t readings;
+    readings.reserve(16);  // Growing would copy the keys.
     for (const Result& result : document.results) {
         const Json* const answered = result.answer.Fields();
         const Json& fields = answered != nullptr ? *answered : none;
