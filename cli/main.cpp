@@ -86,9 +86,9 @@ Outcome QueryOnce(const Options& options, const Style& style) {
                              std::to_string(options.timeout_seconds) +
                              " s; check systemctl status disk-info.service and journalctl -u "
                              "disk-info.service, or set a longer limit with --timeout";
-    const Outcome at_limit = NotAnswered(late, options);
-    const TimeLimit limit(options.timeout_seconds, at_limit.text, LinesOf(at_limit.messages),
-                          at_limit.status, OutputFailedStatus(options));
+    Outcome at_limit = NotAnswered(late, options);
+    const TimeLimit limit(options.timeout_seconds, std::move(at_limit.text),
+                          LinesOf(at_limit.messages), at_limit.status, OutputFailedStatus(options));
     try {
         return Answered(Query(options.request), options, style);
     } catch (const ConnectionError& error) {
