@@ -139,6 +139,7 @@ void __verbose_terminate_handler() {
 
 int main(int argc, char** argv) {
     using namespace disk_info::cli;
+    OccupyStandardStreams();
     int exit_status = kAllAnswered;
     const std::optional<Options> options = ParseOptions(argc, argv, &exit_status);
     if (!options) return exit_status;

@@ -172,7 +172,9 @@ Samples SamplesOf(const Family& family, const Document& document) {
         const Json* const fields = FieldsOf(document, source.call);
         const auto reading = fields != nullptr ? Reading(*fields, source.field) : std::nullopt;
         if (!reading) continue;
-        samples.push_back({source.labels, (*reading + source.plus) * source.times / source.per});
+        const double value = (*reading + source.plus) * source.times / source.per;
+        // As in JSON, an amount above 64 bits is impossible.
+        if (value <= 0x1p64) samples.push_back({source.labels, value});
     }
     return samples;
 }

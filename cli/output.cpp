@@ -1,5 +1,7 @@
 #include "output.h"
 
+#include <base/retry.h>
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -55,7 +57,9 @@ std::string OnScreen(std::string_view frame, const Size& size) {
 }
 
 bool OutputIsTerminal() {
-    return isatty(STDOUT_FILENO) != 0;
+    const char* const terminal = std::getenv("TERM");
+    const bool is_dumb = terminal != nullptr && std::string_view(terminal) == "dumb";
+    return !is_dumb && isatty(STDOUT_FILENO) != 0;
 }
 
 Size OutputSize() {
@@ -67,14 +71,20 @@ Size OutputSize() {
 bool OutputIsDecorated(Decoration decoration) {
     if (decoration != Decoration::kAuto) return decoration == Decoration::kAlways;
     const char* const no_color = std::getenv("NO_COLOR");
-    const char* const terminal = std::getenv("TERM");
-    return OutputIsTerminal() && (no_color == nullptr || *no_color == '\0') &&
-           (terminal == nullptr || std::string_view(terminal) != "dumb");
+    return OutputIsTerminal() && (no_color == nullptr || *no_color == '\0');
+}
+
+void OccupyStandardStreams() {
+    // open returns the lowest free number.
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(fd, F_GETFD) < 0) (void)open("/dev/null", O_RDONLY);
+    }
 }
 
 bool WriteAll(int fd, std::string_view text) {
     while (!text.empty()) {
-        const ssize_t written = write(fd, text.data(), text.size());
+        const auto write_rest = [&] { return write(fd, text.data(), text.size()); };
+        const ssize_t written = base::RetryOnInterrupt(write_rest);
         if (written <= 0) return false;
         text.remove_prefix(static_cast<size_t>(written));
     }

@@ -36,6 +36,10 @@ inline constexpr const char* kDecorationNames[]{"auto", "always", "never"};
 // kAuto: whether standard output is a terminal other than "dumb", and NO_COLOR is unset or empty.
 bool OutputIsDecorated(Decoration decoration);
 
+// Opens /dev/null for reading on each standard stream that is closed, so that no other descriptor
+// gets its number. Writes to it fail, as to a closed one.
+void OccupyStandardStreams();
+
 // Write all of the text; false if that failed. Async-signal-safe.
 [[nodiscard]] bool WriteAll(int fd, std::string_view text);
 [[nodiscard]] bool WriteOutput(std::string_view text);  // to standard output

@@ -29,6 +29,14 @@ void Exit(int /*signal*/) {
     _exit(0);
 }
 
+// Stops the process with the shell's screen. Runs in AwaitDrawing alone, which then draws the frame
+// again.
+void Suspend(int /*signal*/) {
+    if (screen_is_taken) (void)WriteOutput(kLeaveScreen);
+    (void)raise(SIGSTOP);
+    if (screen_is_taken) (void)WriteOutput(kEnterScreen);
+}
+
 void Ignore(int /*signal*/) {}
 
 void Handle(int signal, void (*handler)(int)) {
@@ -41,8 +49,8 @@ bool Draw(const std::string& frame) {
     return WriteOutput(screen_is_taken ? OnScreen(frame, OutputSize()) : frame + "\n");
 }
 
-// Waits until `fd` is readable or the time has come; -1 is no descriptor. Each SIGWINCH, which is
-// otherwise blocked, draws `frame` again. False: the output cannot be written.
+// Waits until `fd` is readable or the time has come; -1 is no descriptor. SIGWINCH and SIGTSTP,
+// which are otherwise blocked, draw `frame` again. False: the output cannot be written.
 bool AwaitDrawing(int fd, Clock::time_point end, const std::string& frame) {
     sigset_t none;
     (void)sigemptyset(&none);
@@ -59,7 +67,7 @@ bool AwaitDrawing(int fd, Clock::time_point end, const std::string& frame) {
 // Does not return.
 void PrintInChild(int output, const std::function<void(const Size&)>& print) {
     (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
-    for (const int signal : {SIGINT, SIGTERM}) Handle(signal, SIG_DFL);
+    for (const int signal : {SIGINT, SIGQUIT, SIGTERM}) Handle(signal, SIG_DFL);
     const Size size = OutputSize();
     (void)dup2(output, STDOUT_FILENO);
     (void)dup2(output, STDERR_FILENO);
@@ -101,12 +109,14 @@ bool Renew(std::string* frame, const std::function<void(const Size&)>& print) {
 
 void Watch(unsigned seconds, const std::function<void(const Size&)>& print) {
     screen_is_taken = OutputIsTerminal();
-    for (const int signal : {SIGINT, SIGTERM}) Handle(signal, Exit);
+    for (const int signal : {SIGINT, SIGQUIT, SIGTERM}) Handle(signal, Exit);
     Handle(SIGWINCH, Ignore);
-    sigset_t resize;
-    (void)sigemptyset(&resize);
-    (void)sigaddset(&resize, SIGWINCH);
-    (void)sigprocmask(SIG_BLOCK, &resize, nullptr);
+    Handle(SIGTSTP, Suspend);
+    sigset_t deferred;
+    (void)sigemptyset(&deferred);
+    (void)sigaddset(&deferred, SIGWINCH);
+    (void)sigaddset(&deferred, SIGTSTP);
+    (void)sigprocmask(SIG_BLOCK, &deferred, nullptr);
     if (screen_is_taken && !WriteOutput(kEnterScreen)) return;
     std::string frame;
     while (Renew(&frame, print) && Draw(frame) &&

@@ -129,6 +129,12 @@ TEST_F(CommandTest, TheTimeLimitCoversConnectingAndCalls) {
     EXPECT_EQ(StartOn(kFull, {"--timeout", "1", "metrics"}).Wait(), 1);
 }
 
+TEST_F(CommandTest, TheConnectionDoesNotReplaceAClosedOutput) {
+    const SilentListener listener;
+    Expect({"--timeout", "1", "metrics"}, 1, "", HasSubstr("did not answer"),
+           [] { close(STDOUT_FILENO); });
+}
+
 TEST_F(CommandTest, KnownFieldsOfAnotherInterfaceAreShown) {
     const OtherService service(ServeLater);
     const Text error = MatchesRegex(
@@ -188,12 +194,21 @@ TEST_F(CommandTest, WatchContinuesAfterErrorsUntilASignal) {
     }
 }
 
-TEST_F(CommandTest, WatchDrawsAgainAfterAResize) {
+TEST_F(CommandTest, WatchDrawsAgainAfterAResizeAndAStop) {
     const OtherService service(ServeLater);
     Child command = StartOn(kTerminalInside, {"power", "--watch", "86400"});
     ReadUpTo("are shown\r\n\x1b[Kdisk_info: power: ");
     ReadUpTo("\x1b[J");
     command.Kill(SIGWINCH);
+    ReadUpTo("\x1b[J");
+    command.Kill(SIGTSTP);
+    ReadUpTo("\x1b[?1049l");
+    EXPECT_TRUE(Eventually([&] {
+        command.Kill(SIGCONT);
+        pollfd ready{kTerminal, POLLIN, 0};
+        return poll(&ready, 1, 0) == 1;
+    }));
+    ReadUpTo("\x1b[?1049h\x1b[?25l");
     ReadUpTo("\x1b[J");
 }
 

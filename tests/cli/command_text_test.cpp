@@ -154,11 +154,13 @@ TEST(CommandTextTest, CheckHasAStatusOneLineAndPerformanceData) {
 }
 
 TEST(CommandTextTest, JsonHasFindingsAndReadings) {
-    const Json json = ToJson(DocumentOf(Command::kStatus, R"({
+    const Document document = DocumentOf(Command::kStatus, R"({
         "info": {"vendor": "V", "modelNumber": "M ", "size": 0},
         "health": {"percentageUsed": 90, "deviceLifeTimeEstimationA": "0x02", "criticalWarning": 0,
                    "deviceLifeTimeEstimationB": "0x04", "dataUnitsWritten": 36028797018964},
-        "power": {"linkState": "", "isActive": false}, "fsuserdata": {"errorCount": 1}})"));
+        "power": {"linkState": "", "isActive": false}, "fsuserdata": {"errorCount": 1}})");
+    EXPECT_EQ(MetricsText(document).find("written_bytes"), std::string::npos);
+    const Json json = ToJson(document);
     EXPECT_EQ(json["assessment"]["findings"], Json::parse(R"([
         {"field": "percentageUsed", "partition": null, "verdict": "watch",
          "reason": "Expected life used: 90 %"},
