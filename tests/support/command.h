@@ -54,7 +54,7 @@ class CommandTest : public PrivateRootTest {
         WriteLink("/run/started.out", "/proc/self/fd/" + std::to_string(output));
         words.insert(words.begin(), COMMAND_PROGRAM);
         return Child(words, "/run/started", [=] {
-            setenv("TERM", "xterm", 1);  // Whatever the tests' own is.
+            setenv("TERM", "xterm", 1);  // The tests may run in another terminal.
             putenv(const_cast<char*>(variable));
         });
     }
