@@ -16,7 +16,7 @@ GOALS = [
     (r"(nvme|ufs) user CPU by kernel CPU", 0.10, "value"),
     (r".* memory.*, KiB|release file, stripped, KiB", 1024, "value"),
     (r"exec to first answer, .*|first answer, unit as shipped, .*", 1.10, "ratio"),
-    (r"disk_info --json health, ms", 1.50, "ratio"),
+    (r"disk_info --json health, ms", 1.30, "ratio"),
 ]
 
 
